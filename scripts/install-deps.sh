@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Installs what the build and the tests need, only when something is missing.
+# Safe to run again; needs root (or sudo) only when it has to install.
+set -euo pipefail
+
+need_i386=1
+[ "${ZORBUS_NO_M32:-0}" = 1 ] && need_i386=0
+
+pkgs=(cmake g++ make pkg-config gettext libpugixml-dev libgtest-dev libgmock-dev
+      libbenchmark-dev umockdev libumockdev-dev usbutils sg3-utils clang
+      libclang-rt-14-dev tmux)
+i386_pkgs=(g++-multilib qemu-user libgtest-dev:i386 libgmock-dev:i386 libpugixml-dev:i386)
+
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ "$need_i386" = 1 ]; then
+  for p in "${i386_pkgs[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+  done
+fi
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+SUDO=
+[ "$(id -u)" -ne 0 ] && SUDO=sudo
+echo "Installing: ${missing[*]}"
+if [ "$need_i386" = 1 ] && ! dpkg --print-foreign-architectures | grep -qx i386; then
+  $SUDO dpkg --add-architecture i386
+fi
+export DEBIAN_FRONTEND=noninteractive
+# A mirror in the middle of a sync makes one index fail now and then; what
+# was fetched is still usable, so retry a few times and then go on.
+for try in 1 2 3; do
+  $SUDO apt-get update -qq && break
+  sleep 5
+done
+for try in 1 2 3; do
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null && exit 0
+  sleep 5
+  $SUDO apt-get update -qq || true
+done
+echo "install-deps: could not install ${missing[*]}" >&2
+exit 1

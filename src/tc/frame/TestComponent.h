@@ -3,6 +3,7 @@
 // turns errors into XML answers and sends events to the host.
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 
@@ -52,6 +53,18 @@ public:
     void WriteEventLog(const std::string& caption, const std::string& description);
     static std::string GetDiagsWriteDirectory();
     void PurgeDevices();
+    // Takes `device` out of the set and deletes it. Devices leave the set
+    // through here (or PurgeDevices) so that name-making stays right.
+    void RemoveDevice(Device* device);
+
+    // Name-making: every number below the hint of a base name is taken.
+    // Valid only while no device leaves the set; leaving clears the hints.
+    unsigned int NameHint(const std::string& base) const;
+    void SetNameHint(const std::string& base, unsigned int number);
+    void ForgetNameHints() { nameHints.clear(); }
+
+private:
+    std::map<std::string, unsigned int> nameHints;
 };
 
 // The one component; null while the module is not initialised.

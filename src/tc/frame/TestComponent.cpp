@@ -1,0 +1,241 @@
+#include "tc/frame/TestComponent.h"
+
+#include <cstdlib>
+
+#include "common/Debug.h"
+#include "common/StringUtil.h"
+#include "common/Translate.h"
+#include "common/TvkError.h"
+#include "common/xmldef.h"
+#include "tc/frame/EntryPoints.h"
+#include "tc/framework/Test.h"
+
+std::string TestComponent::diagsWriteDirectory;
+
+static const char* const diagVersionRecord = "<diagVersion>8.6.0.3755A</diagVersion>";
+
+TestComponent::TestComponent(const TestComponent& other)
+    : Persistent(other),
+      buildingCatalog(other.buildingCatalog),
+      eventCallback(other.eventCallback),
+      componentName(other.componentName) {
+    for (const Device* d : other.devices) {
+        Device* copy = static_cast<Device*>(d->CreateCopy());
+        if (!devices.insert(copy).second) delete copy;
+    }
+}
+
+TestComponent::~TestComponent() {
+    PurgeDevices();
+    eventCallback = nullptr;
+}
+
+void TestComponent::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
+    if (dir == ptRead) {
+        iptstream& in = static_cast<iptstream&>(stream);
+        in >> devices >> componentName;
+    } else {
+        optstream& out = static_cast<optstream&>(stream);
+        out << devices << componentName;
+    }
+}
+
+void TestComponent::Initialize() {}
+void TestComponent::Uninitialize() {}
+void TestComponent::DiagRunBegin(const XmlObject&) {}
+void TestComponent::DiagRunEnd(const XmlObject&) {}
+
+// Whole-name, case-insensitive match of a command name.
+static bool isCommand(const std::string& name, const char* keyword) {
+    std::string k(keyword);
+    return name.size() == k.size() && compare_nocase(name, k, k.size()) == 0;
+}
+
+std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
+    // Parsing stands outside the error handling below: a text that is no
+    // XML gets the parser's error straight from the entry point.
+    XmlObject command(text);
+    const std::string component = command.GetAttributeValue(xmldef::component, "");
+    std::string answer;
+    try {
+        const std::string& name = command.name;
+        if (isCommand(name, xmldef::catalog)) {
+            buildingCatalog = true;
+            WriteEventLog(Translate("Building Catalog"), "");
+            answer = Catalog();
+            buildingCatalog = false;
+        } else if (isCommand(name, xmldef::id)) {
+            WriteEventLog(Translate("Device Discovery Started"), "");
+            answer = ID();
+        } else if (isCommand(name, xmldef::runTest)) {
+            answer = RunTest(command);
+            if (answer.find("failed") != std::string::npos) CreateTestComponentFailureLogFile(component);
+        } else if (isCommand(name, xmldef::cancelTest)) {
+            answer = CancelTest(command);
+        } else if (isCommand(name, "runDiagnosis")) {
+            answer = RunDiagnosis(command);
+        } else if (isCommand(name, "deviceAction")) {
+            DeviceAction(command);
+        } else if (isCommand(name, "getDiagVersion")) {
+            answer = diagVersionRecord;
+        } else if (isCommand(name, "diagRunBegin")) {
+            if (const XmlObject* run = command.FindFirstMatch("diagRun", "")) DiagRunBegin(*run);
+        } else if (isCommand(name, "diagRunEnd")) {
+            if (const XmlObject* run = command.FindFirstMatch("diagRun", "")) DiagRunEnd(*run);
+        } else {
+            throw TvkError("Invalid Command", name, "");
+        }
+    } catch (TvkError& error) {
+        buildingCatalog = false;
+        XmlObject errorXml(error.GetXml());
+        const std::string code = errorXml.GetAttributeValue(xmldef::errorCode, "");
+        const std::string key = errorXml.GetAttributeValue(xmldef::key, "");
+        try {
+            WriteEventLog(Translate("Error"), code + " - " + key + ";" + errorXml.value);
+        } catch (TvkError& sendError) {
+            // Without a callback the event cannot go out; the answer still does.
+            dbgprintf("Error event not sent: %s\n", sendError.what());
+        }
+        CreateTestComponentFailureLogFile(component);
+        answer = errorXml.GetXmlString();
+    }
+    return answer;
+}
+
+std::string TestComponent::RunTest(XmlObject& command) {
+    const std::string deviceName = command.GetAttributeValue(xmldef::device, "");
+    const std::string testName = command.GetAttributeValue(xmldef::test, "");
+    const std::string component = command.GetAttributeValue(xmldef::component, "");
+    try {
+        Device* device = FindDevice(deviceName);
+        if (!device) {
+            TvkError error("Device not found", deviceName, "");
+            error.CrossReference("frontEnd", "frontEnd");
+            throw error;
+        }
+        return device->RunTest(command);
+    } catch (TvkError& error) {
+        XmlObject result;
+        result.name = xmldef::testResult;
+        result.SetAttribute(xmldef::device, deviceName);
+        result.SetAttribute(xmldef::test, testName);
+        result.SetAttribute(xmldef::component, component);
+        result.SetAttribute(xmldef::currentState, xmldef::failed);
+        result.AddObject(XmlObject(error.GetXml()));
+        return result.GetXmlString();
+    }
+}
+
+std::string TestComponent::CancelTest(const XmlObject& command) {
+    const std::string deviceName = command.GetAttributeValue(xmldef::device, "");
+    const std::string testName = command.GetAttributeValue(xmldef::test, "");
+    const std::string component = command.GetAttributeValue(xmldef::component, "");
+    Device* device = FindDevice(deviceName);
+    XmlObject answer;
+    if (!device) {
+        answer.name = xmldef::testResult;
+        answer.SetAttribute(xmldef::device, deviceName);
+        answer.SetAttribute(xmldef::test, testName);
+        answer.SetAttribute(xmldef::component, component);
+        answer.AddObject(XmlObject(TvkError("Device not found", deviceName, "").GetXml()));
+        return answer.GetXmlString();
+    }
+    device->CancelTest(command);
+    const Test* test = device->FindTest(testName);
+    answer.name = xmldef::diagOutput;
+    answer.SetAttribute(xmldef::loop, test ? test->loop : 0, 10);
+    answer.SetAttribute(xmldef::recordNum, test ? test->recordNum : 0, 10);
+    answer.SetAttribute(xmldef::type, xmldef::cancelTest);
+    answer.SetAttribute(xmldef::status, Translate("Success"));
+    return answer.GetXmlString();
+}
+
+std::string TestComponent::RunDiagnosis(XmlObject& command) {
+    const std::string deviceName = command.GetAttributeValue(xmldef::device, "");
+    const std::string component = command.GetAttributeValue(xmldef::component, "");
+    try {
+        Device* device = FindDevice(deviceName);
+        if (!device) {
+            TvkError error("Device not found", deviceName, "");
+            error.CrossReference("frontEnd", "frontEnd");
+            throw error;
+        }
+        return device->RunDiagnosis(command);
+    } catch (TvkError& error) {
+        XmlObject result;
+        result.name = xmldef::diagOutput;
+        result.SetAttribute(xmldef::type, "diagnosisResult");
+        result.SetAttribute(xmldef::component, component);
+        result.SetAttribute(xmldef::device, deviceName);
+        result.SetAttribute(xmldef::currentState, xmldef::failed);
+        result.AddObject(XmlObject(error.GetXml()));
+        return result.GetXmlString();
+    }
+}
+
+void TestComponent::DeviceAction(XmlObject& command) {
+    if (Device* device = FindDevice(command.GetAttributeValue(xmldef::device, ""))) device->DeviceAction(command);
+}
+
+void TestComponent::QueryAll(XmlObject& xml, DeviceSet& set) {
+    for (Device* device : set) xml.AddObject(XmlObject(device->ID(false)));
+}
+
+Device* TestComponent::FindDevice(const std::string& name) {
+    SearchDevice key(name);
+    auto it = devices.find(&key);
+    return it == devices.end() ? nullptr : *it;
+}
+
+std::string TestComponent::SendEventNotification(const std::string& xml) {
+    EventCallback callback = eventCallback;
+    if (!callback) throw TvkError("Event callback not registered!", "", "");
+    char* reply = callback(xml.c_str());
+    if (!reply) return std::string();
+    std::string text(reply);
+    delete[] reply;
+    return text;
+}
+
+void TestComponent::WriteEventLog(const std::string& caption, const std::string& description) {
+    XmlObject event;
+    event.name = "diagEvent";
+    event.SetAttribute(xmldef::component, componentName);
+    event.SetAttribute(xmldef::caption, caption);
+    event.SetAttribute(xmldef::description, description);
+    SendEventNotification(event.GetXmlString());
+}
+
+std::string TestComponent::GetDiagsWriteDirectory() {
+    if (!diagsWriteDirectory.empty()) return diagsWriteDirectory;
+    std::string value;
+    if (const char* env = getenv("CORVANEWRITEDIR")) value = env;
+    if (!value.empty()) {
+        if (value.back() == '/') value.pop_back();
+        if (!FileExists(value)) value.clear();
+    }
+    if (value.empty()) value = ".";
+    diagsWriteDirectory = value;
+    return diagsWriteDirectory;
+}
+
+void TestComponent::PurgeDevices() {
+    for (Device* device : devices) delete device;
+    devices.clear();
+    nameHints.clear();
+}
+
+void TestComponent::RemoveDevice(Device* device) {
+    if (!device) return;
+    auto it = devices.find(device);
+    if (it != devices.end() && *it == device) devices.erase(it);
+    delete device;
+    nameHints.clear();
+}
+
+unsigned int TestComponent::NameHint(const std::string& base) const {
+    auto it = nameHints.find(base);
+    return it == nameHints.end() ? 0 : it->second;
+}
+
+void TestComponent::SetNameHint(const std::string& base, unsigned int number) { nameHints[base] = number; }

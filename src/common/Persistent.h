@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <new>
 #include <set>
 #include <string>
 #include <type_traits>
@@ -92,6 +93,9 @@ public:
     // Writes to memory only; see GetBuffer().
     optstream();
     ~optstream() override;
+    // A copy would write the file twice.
+    optstream(const optstream&) = delete;
+    optstream& operator=(const optstream&) = delete;
 
     // Flushes to the file; false when the file could not be written.
     bool close();
@@ -101,6 +105,8 @@ public:
     optstream& operator<<(uint32_t v);
     optstream& operator<<(bool v);
     optstream& operator<<(const std::string& v) { WriteString(v); return *this; }
+    // Without this a string literal would pick the bool form.
+    optstream& operator<<(const char* v) { WriteString(v ? v : ""); return *this; }
     optstream& operator<<(const Persistent* object);  // pointer form
     optstream& operator<<(const Persistent& object);  // by-value form
     void WriteString(const std::string& text);
@@ -150,6 +156,10 @@ public:
     // A count of elements that each take at least `minBytes`; refuses counts
     // that the rest of the stream cannot hold.
     uint32_t ReadCount(uint32_t minBytes = 1);
+    // Releases an object that this stream has just made and the caller does
+    // not keep (a duplicate, an object of the wrong class). Later references
+    // to it, or to anything read inside it, are refused instead of dangling.
+    void Discard(Persistent* object);
     size_t Remaining() const { return data.size() - position; }
 
 private:
@@ -171,7 +181,7 @@ void iptstream::ReadOwned(T*& object) {
     if (!p) { object = nullptr; return; }
     T* typed = dynamic_cast<T*>(p);
     if (!typed) {
-        delete p;
+        Discard(p);
         throw PersistenceError("object of the wrong class");
     }
     object = typed;
@@ -187,9 +197,14 @@ void iptstream::ReadReference(T*& object) {
 
 template <class T>
 void iptstream::ReadShared(T*& object) {
+    const size_t known = table.size();
     Persistent* p = ReadPointer(Kind::Any);
     T* typed = p ? dynamic_cast<T*>(p) : nullptr;
-    if (p && !typed) throw PersistenceError("shared object of the wrong class");
+    if (p && !typed) {
+        // Nobody else holds an object made by this very read.
+        if (table.size() > known && table[known] == p) Discard(p);
+        throw PersistenceError("shared object of the wrong class");
+    }
     object = typed;
 }
 
@@ -246,7 +261,7 @@ iptstream& operator>>(iptstream& in, std::set<T*, C>& s) {
         T* e = nullptr;
         in.ReadOwned(e);
         if (!e) continue;
-        if (!s.insert(e).second) delete e;
+        if (!s.insert(e).second) in.Discard(e);
     }
     return in;
 }

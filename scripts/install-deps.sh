@@ -6,7 +6,7 @@ set -euo pipefail
 need_i386=1
 [ "${ZORBUS_NO_M32:-0}" = 1 ] && need_i386=0
 
-pkgs=(cmake g++ make pkg-config gettext libpugixml-dev libgtest-dev libgmock-dev
+pkgs=(cmake ninja-build g++ make pkg-config gettext libpugixml-dev libgtest-dev libgmock-dev
       libbenchmark-dev umockdev libumockdev-dev usbutils sg3-utils clang
       libclang-rt-14-dev tmux)
 i386_pkgs=(g++-multilib qemu-user libgtest-dev:i386 libgmock-dev:i386 libpugixml-dev:i386)

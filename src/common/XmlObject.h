@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -65,8 +66,10 @@ std::string XmlFormatNumber(unsigned long long number, int base);
 template <typename T>
 void XmlObject::SetAttribute(const std::string& attribute, T number, int base) {
     static_assert(std::is_integral<T>::value, "SetAttribute<T> takes an integer");
-    if (std::is_signed<T>::value)
+    // Other bases are unsigned in T's own width: an int -1 in base 16 is "ffffffff".
+    using U = typename std::make_unsigned<typename std::conditional<std::is_same<T, bool>::value, unsigned char, T>::type>::type;
+    if (std::is_signed<T>::value && base == 10)
         SetAttribute(attribute, XmlFormatNumber(static_cast<long long>(number), base));
     else
-        SetAttribute(attribute, XmlFormatNumber(static_cast<unsigned long long>(number), base));
+        SetAttribute(attribute, XmlFormatNumber(static_cast<unsigned long long>(static_cast<U>(number)), base));
 }

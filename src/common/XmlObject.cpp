@@ -144,6 +144,9 @@ XmlObject::XmlObject(const std::string& xml) {
     struct Converter {
         static void Convert(const pugi::xml_node& node, XmlObject& out) {
             out.name = node.name();
+            size_t count = 0;
+            for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute()) ++count;
+            out.attributes.reserve(count);
             for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute())
                 out.attributes.emplace_back(a.name(), a.value());
             size_t elements = 0;

@@ -48,7 +48,7 @@ TEST(TvkError, MarkupInTextsParsesBack) {
     EXPECT_EQ(message + ": " + detail, x.value);
 }
 
-TEST(TvkError, CopiesAndCatchesByBase) {
+TEST(TvkError, PlainCopyOfAFrontendErrorIsATvkError) {
     try {
         throw FrontendError("Parameter outside acceptable range", "");
     } catch (const TvkError& caught) {
@@ -59,11 +59,5 @@ TEST(TvkError, CopiesAndCatchesByBase) {
         TvkError plain(caught);
         EXPECT_STREQ("TvkError", plain.GetErrorCode());
         EXPECT_STREQ("error", plain.GetTagName());
-    }
-    try {
-        throw TvkError("m", "d", "");
-    } catch (const TvkWarning& caught) {
-        EXPECT_STREQ("error", caught.GetTagName());
-        EXPECT_EQ("d", caught.GetDetail());
     }
 }

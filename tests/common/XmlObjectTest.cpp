@@ -140,16 +140,6 @@ TEST(XmlObject, NamelessChildrenAreFlattenedAtAnyDepth) {
     EXPECT_EQ("<test/>", lone.GetXmlString());
 }
 
-TEST(XmlObject, CopiesAreDeep) {
-    XmlObject original("<a x=\"1\"><b/></a>");
-    XmlObject copy = original;
-    copy.SetAttribute("x", "2");
-    copy.children[0].name = "c";
-    EXPECT_EQ("<a x=\"1\"><b/></a>", original.GetXmlString());
-    original = copy;
-    EXPECT_EQ("<a x=\"2\"><c/></a>", original.GetXmlString());
-}
-
 TEST(XmlObject, FindFirstMatch) {
     XmlObject x(
         "<parameter name=\"top\">"

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include <sys/stat.h>
+
 namespace {
 
 const char kMagic[8] = {'Z', 'O', 'R', 'B', 'U', 'S', 'P', 'T'};
@@ -26,6 +28,15 @@ const unsigned kMaxDepth = 256;
 const size_t kMinObjectBytes = 9;
 const size_t kReserveCap = 1 << 16;
 
+// Slots of the writer's address table at first; doubles as it fills.
+const size_t kFirstTableSize = 1024;
+
+size_t AddressHash(const Persistent* object) {
+    // Fibonacci hashing; heap addresses differ mostly in their middle bits.
+    const uint64_t a = reinterpret_cast<uintptr_t>(object);
+    return static_cast<size_t>((a * 0x9e3779b97f4a7c15ull) >> 20);
+}
+
 void PutU32(std::string& out, uint32_t v) {
     const char bytes[4] = {static_cast<char>(v & 0xff), static_cast<char>((v >> 8) & 0xff),
                            static_cast<char>((v >> 16) & 0xff), static_cast<char>((v >> 24) & 0xff)};
@@ -40,12 +51,15 @@ uint32_t GetU32(const unsigned char* p) {
 bool ReadWholeFile(const std::string& path, std::string& out) {
     std::FILE* file = std::fopen(path.c_str(), "rb");
     if (!file) return false;
-    std::string bytes;
-    if (std::fseek(file, 0, SEEK_END) == 0) {
-        const long size = std::ftell(file);
-        if (size > 0) bytes.reserve(static_cast<size_t>(size));
+    // A directory opens for reading too; only a regular file holds state.
+    struct stat status;
+    if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode)) {
+        std::fclose(file);
+        return false;
     }
-    std::rewind(file);
+    std::string bytes;
+    if (status.st_size > 0 && static_cast<uint64_t>(status.st_size) < bytes.max_size())
+        bytes.reserve(static_cast<size_t>(status.st_size));
     char chunk[64 * 1024];
     size_t got;
     while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) bytes.append(chunk, got);
@@ -103,7 +117,8 @@ optstream::~optstream() { close(); }
 bool optstream::close() {
     if (closed) return ok;
     closed = true;
-    table.clear();
+    std::vector<indexed_pointer>().swap(table);
+    objectCount = 0;
     if (toFile && !WriteWholeFile(path, buffer)) ok = false;
     return ok;
 }
@@ -127,7 +142,9 @@ optstream& optstream::operator<<(bool v) {
 }
 
 void optstream::WriteString(const std::string& text) {
-    if (static_cast<uint64_t>(text.size()) > UINT32_MAX) throw TvkError("String too long to store", std::to_string(text.size()), "");
+    // Only a 64-bit build can hold a longer string.
+    if (sizeof(size_t) > 4 && (static_cast<uint64_t>(text.size()) >> 32) != 0)
+        throw TvkError("String too long to store", std::to_string(text.size()), "");
     PutU32(buffer, static_cast<uint32_t>(text.size()));
     buffer.append(text);
 }
@@ -138,10 +155,10 @@ optstream& optstream::operator<<(const Persistent* object) {
         return *this;
     }
     // Entered before its fields, so that objects inside it can refer back.
-    const auto entry = table.insert(indexed_pointer{static_cast<uint32_t>(table.size()), object});
-    if (!entry.second) {
+    uint32_t index;
+    if (Enter(object, index)) {
         PutU32(buffer, kTagKnown);
-        PutU32(buffer, entry.first->index);
+        PutU32(buffer, index);
         return *this;
     }
     PutU32(buffer, kTagNew);
@@ -158,13 +175,52 @@ optstream& optstream::operator<<(const Persistent& object) {
 }
 
 void optstream::WriteReference(const Persistent* object) {
-    const auto found = object ? table.find(indexed_pointer{0, object}) : table.end();
-    if (found == table.end()) {
+    uint32_t index;
+    if (!object || !Find(object, index)) {
         PutU32(buffer, kTagNull);
         return;
     }
     PutU32(buffer, kTagKnown);
-    PutU32(buffer, found->index);
+    PutU32(buffer, index);
+}
+
+bool optstream::Find(const Persistent* object, uint32_t& index) const {
+    if (table.empty()) return false;
+    const size_t mask = table.size() - 1;
+    for (size_t slot = AddressHash(object) & mask;; slot = (slot + 1) & mask) {
+        if (!table[slot].pointer) return false;
+        if (table[slot].pointer == object) {
+            index = table[slot].index;
+            return true;
+        }
+    }
+}
+
+bool optstream::Enter(const Persistent* object, uint32_t& index) {
+    // Kept at most half full, so that probe runs stay short.
+    if ((static_cast<size_t>(objectCount) + 1) * 2 > table.size()) {
+        std::vector<indexed_pointer> old;
+        old.swap(table);
+        table.assign(std::max(old.size() * 2, kFirstTableSize), indexed_pointer{0, nullptr});
+        const size_t mask = table.size() - 1;
+        for (const indexed_pointer& entry : old) {
+            if (!entry.pointer) continue;
+            size_t slot = AddressHash(entry.pointer) & mask;
+            while (table[slot].pointer) slot = (slot + 1) & mask;
+            table[slot] = entry;
+        }
+    }
+    const size_t mask = table.size() - 1;
+    size_t slot = AddressHash(object) & mask;
+    for (; table[slot].pointer; slot = (slot + 1) & mask) {
+        if (table[slot].pointer == object) {
+            index = table[slot].index;
+            return true;
+        }
+    }
+    index = objectCount++;
+    table[slot] = indexed_pointer{index, object};
+    return false;
 }
 
 // ---- iptstream ----

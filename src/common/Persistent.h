@@ -117,11 +117,18 @@ public:
 
 private:
     void WriteRaw(const void* data, size_t size);
+    // Looks `object` up by address; a new object is entered with the next
+    // index. True when it was there before.
+    bool Enter(const Persistent* object, uint32_t& index);
+    bool Find(const Persistent* object, uint32_t& index) const;
     std::string path;
     std::string buffer;
     bool toFile = false;
     bool closed = false;
-    std::set<indexed_pointer, indexed_pointer::by_address> table;
+    // Objects written so far, hashed by address (open addressing, a power of
+    // two long, an empty slot has a null pointer): no allocation per object.
+    std::vector<indexed_pointer> table;
+    uint32_t objectCount = 0;
 };
 
 class iptstream : public ptstream {

@@ -266,6 +266,17 @@ TEST_F(EntryPoints, DamagedStateFileStartsAFreshComponent) {
     }
 }
 
+TEST(Library, ExportsItsEntryPointsAndHidesPugixml) {
+    Library& lib = Library::Get();
+    for (const char* name : {"pTestComponent", "executeXMLCommandResultStack", "setCallbackResultStack",
+                             "tvk_version", "CreateTestComponentFailureLogFile", "CreateTestComponent",
+                             "UninitializedTCException", "nvxIsFactory", "nvxIsDiagsCD"})
+        EXPECT_NE(dlsym(lib.handle, name), nullptr) << name;
+    // A host with a pugixml of its own must not meet ours.
+    EXPECT_EQ(dlsym(lib.handle, "_ZN4pugi12xml_documentC1Ev"), nullptr);
+    EXPECT_EQ(dlsym(lib.handle, "_ZN4pugi12xml_document11load_stringEPKcj"), nullptr);
+}
+
 TEST_F(EntryPoints, TranslatorFollowsTheSelectedLanguage) {
     lib.InitializeTCTranslator(nullptr);
     Start();

@@ -3,6 +3,7 @@
 // describes itself as one XML element.
 #pragma once
 
+#include <cstdint>
 #include <set>
 #include <string>
 #include <vector>
@@ -14,7 +15,8 @@ class Test;
 class Diagnosis;
 class XmlObject;
 
-enum InterfaceRole { parentRole = 0, childRole = 1, siblingRole = 2 };
+// Fixed underlying type: a stored role may hold any number.
+enum InterfaceRole : int32_t { parentRole = 0, childRole = 1, siblingRole = 2 };
 
 // A link to a neighbouring device.
 class Interface : public Persistent {

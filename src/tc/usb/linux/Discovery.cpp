@@ -1,0 +1,203 @@
+#include "tc/usb/linux/Discovery.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "common/Debug.h"
+#include "common/TvkError.h"
+#include "platform/HostServices.h"
+#include "tc/usb/linux/LsusbRoad.h"
+#include "tc/usb/linux/USBDevice.h"
+#include "tc/usb/linux/USBInfoReader.h"
+#include "tc/usb/linux/USBtree.h"
+#include "tc/usb/linux/usbxml.h"
+
+namespace {
+
+// Ports of a node that fit its child array.
+int PortsOf(const USBnode* node) { return std::max(0, std::min<int>(node->maxChildren, usbMaxSlots)); }
+
+// The set owns the device from here on; a device whose name is taken goes.
+void Insert(DeviceSet* devices, std::unique_ptr<USBDevice> device) {
+    if (devices->insert(device.get()).second) device.release();
+}
+
+// Keeps the tree alive while devices are made from it, and frees it at the
+// end if none of them holds it.
+class TreeHold {
+public:
+    explicit TreeHold(USBnode* top) : top(top) { USBnode::Hold(top); }
+    ~TreeHold() { USBnode::Release(top); }
+    TreeHold(const TreeHold&) = delete;
+    TreeHold& operator=(const TreeHold&) = delete;
+
+private:
+    USBnode* top;
+};
+
+// The lsusb road reads its file twice without closing in between; it closes
+// once, on every way out.
+class ReaderCloser {
+public:
+    explicit ReaderCloser(USBInfoReader& reader) : reader(reader) {}
+    ~ReaderCloser() { reader.close(); }
+    ReaderCloser(const ReaderCloser&) = delete;
+    ReaderCloser& operator=(const ReaderCloser&) = delete;
+
+private:
+    USBInfoReader& reader;
+};
+
+bool IsFirstLineOfDevice(const char* line) {
+    return std::strstr(line, lsusbKeywords[kwBus]) && std::strstr(line, lsusbKeywords[kwDevice]) &&
+           std::strstr(line, lsusbKeywords[kwID]);
+}
+
+}  // namespace
+
+void FindUSBControllers(DeviceSet& devices) {
+    USBInfoReader reader;
+    reader.mountProcUsb();
+    reader.setDevicesFile();
+    if (reader.isDevicesFileAvalable())
+        ParseWithProcBusUsbDevices(reader, devices);
+    else
+        ParseWithLsusbDevices(reader, devices);
+}
+
+int ParseWithProcBusUsbDevices(USBInfoReader& reader, DeviceSet& devices) {
+    USBtree tree;
+    USBnode* root = tree.GrowUSBtree(&reader);
+    if (!root) return 0;
+    TreeHold hold(root);
+    USBDeviceAdder adder;
+    adder.root = root;
+    for (int i = 0; i < PortsOf(root); ++i) adder.AddDevice(&devices, root->children[i], true);
+    return 0;
+}
+
+void USBDeviceAdder::AddDevice(DeviceSet* devices, USBnode* node, bool isController) {
+    if (nvxIsFactory())
+        AddDeviceInFactory(devices, node, isController);
+    else
+        AddDeviceInField(devices, node, isController);
+}
+
+void USBDeviceAdder::AddDeviceInField(DeviceSet* devices, USBnode* node, bool isController) {
+    if (!node) return;
+    Insert(devices, std::unique_ptr<USBDevice>(new USBDevice(usbxml::usbDevice, node, isController)));
+    for (int i = 0; i < PortsOf(node); ++i) AddDeviceInField(devices, node->children[i], false);
+}
+
+void USBDeviceAdder::AddDeviceInFactory(DeviceSet* devices, USBnode* node, bool isController) {
+    if (!node) return;
+    Insert(devices, std::unique_ptr<USBDevice>(new USBDevice(usbxml::usbDevice, node, isController)));
+    USBnode* externalHubs[usbMaxSlots];
+    int hubCount = 0;
+    for (int i = 0; i < PortsOf(node); ++i) {
+        USBnode* child = node->children[i];
+        if (!child) {
+            if (!root) continue;
+            // The root stands for every empty port.
+            root->kind = usbKindEmptyPort;
+            root->hubFlag = 0;
+            root->portNumber = 0;
+            Insert(devices, std::unique_ptr<USBDevice>(new USBDevice(usbxml::usbDevice, root, false)));
+        } else if (child->maxChildren == 0) {
+            AddAttachedDevice(devices, child);
+        } else {
+            externalHubs[hubCount++] = child;
+            AddExternalHubDevice(devices, child);
+        }
+    }
+    for (int i = 0; i < hubCount; ++i) AddDeviceInFactory(devices, externalHubs[i], true);
+}
+
+void USBDeviceAdder::AddAttachedDevice(DeviceSet* devices, USBnode* node) {
+    if (!node) return;
+    node->hubFlag = 0;
+    Insert(devices, std::unique_ptr<USBDevice>(new USBDevice(usbxml::usbDevice, node, false)));
+}
+
+void USBDeviceAdder::AddExternalHubDevice(DeviceSet* devices, USBnode* hub) {
+    if (!hub) return;
+    std::unique_ptr<USBnode> occupant(new (std::nothrow) USBnode());
+    if (!occupant) {
+        dbgprintf("Unable to allocate memory to USBnode object!\n");
+        throw TvkError(usbDiscoveryFailure, "", "");
+    }
+    occupant->busNumber = hub->busNumber;
+    occupant->level = hub->level;
+    occupant->portNumber = hub->portNumber;
+    occupant->deviceNumber = hub->deviceNumber;
+    occupant->name = hub->name;
+    occupant->speed = hub->speed;
+    occupant->version = hub->version;
+    occupant->vendorId = hub->vendorId;
+    occupant->productId = hub->productId;
+    occupant->manufacturer = hub->manufacturer;
+    occupant->product = hub->product;
+    occupant->serialNumber = hub->serialNumber;
+    occupant->maxChildren = 0;
+    occupant->kind = usbKindInterfaceDevice;
+    // The node stands alone: the device made for it holds it, and the last
+    // holder frees it (here, if no device could be made).
+    USBnode* standalone = occupant.release();
+    TreeHold keep(standalone);
+    AddAttachedDevice(devices, standalone);
+}
+
+int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
+    ReaderCloser closer(reader);
+    const int count = getNumberOfUSBDevices(reader);
+    if (count == 0) throw TvkError("Device Failed Enumeration", "", "");
+    std::vector<std::string> blocks;
+    blocks.reserve(static_cast<size_t>(count));
+    blocks = getVecDeviceInfo(reader);
+    int ignored = std::system("mount -t usbfs none /proc/bus/usb 2> /dev/null");
+    (void)ignored;
+    for (const std::string& block : blocks) AddLsusbDevice(devices, block);
+    return 0;
+}
+
+int getNumberOfUSBDevices(USBInfoReader& reader) {
+    if (!reader.open()) throw TvkError("Error Creating File", "", "");
+    char buffer[USBInfoReader::lineBufferSize];
+    std::memset(buffer, 0, sizeof buffer);
+    int count = 0;
+    while (reader.moreLines()) {
+        const bool read = reader.readLine(buffer) != nullptr;
+        buffer[sizeof buffer - 1] = '\0';
+        // The buffer is not cleared: the read that meets the end of the text
+        // tests the last line once more.
+        if (IsFirstLineOfDevice(buffer)) ++count;
+        if (!read && reader.moreLines()) break;  // a read error, not the end: stop all the same
+    }
+    return count;
+}
+
+std::vector<std::string> getVecDeviceInfo(USBInfoReader& reader) {
+    if (!reader.open()) throw TvkError("Error Creating File", "", "");
+    char buffer[USBInfoReader::lineBufferSize];
+    std::memset(buffer, 0, sizeof buffer);
+    std::vector<std::string> blocks;
+    std::string block;
+    bool recording = false;
+    while (reader.moreLines()) {
+        const bool read = reader.readLine(buffer) != nullptr;
+        buffer[sizeof buffer - 1] = '\0';
+        const std::string line = reader.reformatLine(buffer);
+        if (IsFirstLineOfDevice(line.c_str())) recording = true;
+        if (recording) block += line;
+        if (line.find(lsusbKeywords[kwDeviceStatus]) != std::string::npos) {
+            blocks.push_back(block);
+            recording = false;
+            block.clear();
+        }
+        if (!read && reader.moreLines()) break;  // a read error, not the end
+    }
+    return blocks;
+}

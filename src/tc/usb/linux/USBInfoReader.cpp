@@ -1,0 +1,147 @@
+#include "tc/usb/linux/USBInfoReader.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+#include "common/StringTokenizer.h"
+
+const char* const kernelDevicesFile = "/proc/bus/usb/devices";
+const char* const lsusbDevicesFile = "devices";
+
+namespace {
+const char* const reformatTraceFile = "bang1.txt";
+const char* const releaseFile = "/etc/SuSE-release";
+const int commandBufferSize = 256;
+}  // namespace
+
+USBInfoReader::USBInfoReader() : file(nullptr), devicesFile(nullptr) {}
+
+USBInfoReader::~USBInfoReader() {}
+
+bool USBInfoReader::open() {
+    // A second open starts the text again; the old handle is not needed.
+    close();
+    if (!devicesFile) return false;
+    file = std::fopen(devicesFile, "r");
+    return file != nullptr;
+}
+
+void USBInfoReader::close() {
+    if (file) std::fclose(file);
+    file = nullptr;
+}
+
+char* USBInfoReader::readLine(char* buffer) {
+    if (!file) return nullptr;
+    return std::fgets(buffer, lineBufferSize, file);
+}
+
+void USBInfoReader::mountProcUsb() {
+    int ignored = std::system("mount -t usbfs none /proc/bus/usb 2> /dev/null");
+    ignored = std::system("sync");
+    (void)ignored;
+}
+
+bool USBInfoReader::noMoreLines() {
+    // Without an open file there is nothing more to read.
+    return !file || std::feof(file) != 0;
+}
+
+bool USBInfoReader::moreLines() { return !noMoreLines(); }
+
+bool USBInfoReader::isSles10() {
+    std::FILE* release = std::fopen(releaseFile, "r");
+    if (!release) return false;
+    char line[128];
+    bool found = false;
+    while (std::fgets(line, sizeof line, release)) {
+        if (std::strstr(line, "10")) {
+            found = true;
+            break;
+        }
+    }
+    std::fclose(release);
+    return found;
+}
+
+bool USBInfoReader::isDevicesFileAvalable() {
+    std::FILE* probe = std::fopen(kernelDevicesFile, "r");
+    if (!probe) return false;
+    std::fclose(probe);
+    return true;
+}
+
+bool USBInfoReader::createDevicesFile() {
+    char command[commandBufferSize];
+    std::snprintf(command, sizeof command, "lsusb -v > %s", devicesFile ? devicesFile : "");
+    errno = 0;
+    const int status = std::system(command);
+    return !(status == 127 && errno != 0);
+}
+
+void USBInfoReader::deleteDevicesFile() {
+    char command[commandBufferSize];
+    std::snprintf(command, sizeof command, "rm %s", devicesFile ? devicesFile : "");
+    int ignored = std::system(command);
+    (void)ignored;
+}
+
+const char* USBInfoReader::getDevicesFile() { return devicesFile; }
+
+bool USBInfoReader::setDevicesFile() {
+    if (isDevicesFileAvalable()) {
+        devicesFile = kernelDevicesFile;
+        return true;
+    }
+    ownPath = lsusbDevicesFile;
+    devicesFile = ownPath.c_str();
+    return createDevicesFile();
+}
+
+void USBInfoReader::setMountedDevicesFile() { devicesFile = kernelDevicesFile; }
+
+std::string USBInfoReader::reformatLine(char* buffer) {
+    std::string result;
+    std::FILE* trace = std::fopen(reformatTraceFile, "a");
+    // strtok_r: same splitting as strtok, without its hidden global state.
+    char* save = nullptr;
+    for (char* token = strtok_r(buffer, " ", &save); token; token = strtok_r(nullptr, " ", &save)) {
+        if (trace) std::fprintf(trace, "%s ", token);
+        result += token;
+        result += ' ';
+    }
+    if (trace) {
+        std::fprintf(trace, "reformat %s\n", result.c_str());
+        std::fclose(trace);
+    }
+    return result;
+}
+
+std::string USBInfoReader::extractMoreIn(std::string text) {
+    StringTokenizer tokens(text, " ");
+    if (!tokens.HasMoreTokens()) return std::string();
+    std::string first = tokens.NextToken();
+    if (tokens.HasMoreTokens()) return tokens.LeftOverString();
+    return first;
+}
+
+std::string USBInfoReader::extractStringIn(std::string line, std::string key) {
+    // The standard library's own message, without the positions it adds.
+    if (line.size() < key.length() + 1) throw std::out_of_range("basic_string::substr");
+    return line.substr(key.length() + 1);
+}
+
+bool USBInfoReader::isFoundInLine(std::string line, std::string key) { return line.find(key) != std::string::npos; }
+
+std::list<std::string> USBInfoReader::processHubPorts(std::string text) {
+    std::list<std::string> lines;
+    StringTokenizer tokens(text, "\n");
+    while (tokens.HasMoreTokens()) {
+        std::string line = tokens.NextToken();
+        if (line.find("Hub Port Status:") == std::string::npos && line.find("Device Status:") == std::string::npos)
+            lines.push_back(line);
+    }
+    return lines;
+}

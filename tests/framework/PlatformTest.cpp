@@ -1,0 +1,170 @@
+// Threads, mutexes, library helpers and the host-service fallbacks.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+#include <thread>
+
+#include "platform/HostServices.h"
+#include "platform/Mutex.h"
+#include "platform/SystemHelpers.h"
+#include "platform/Thread.h"
+
+namespace {
+
+template <class Condition>
+bool eventually(Condition condition) {
+    for (int i = 0; i < 500; ++i) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return condition();
+}
+
+class Body : public Thread {
+public:
+    std::atomic<bool> ran{false};
+    bool fail = false;
+    void run() override {
+        ran = true;
+        if (fail) throw std::runtime_error("body failed");
+    }
+};
+
+TEST(Thread, StartsDetachedAndCannotBeWaitedFor) {
+    Body body;
+    body.start();
+    ASSERT_NE(body.manager, nullptr);
+    EXPECT_TRUE(body.manager->GetAttr(ThreadPhoManager::Detached));
+    body.manager->WaitForCompletion();  // returns at once
+    EXPECT_TRUE(eventually([&] { return body.finished.load(); }));
+    EXPECT_TRUE(eventually([&] { return body.manager->GetState() == 0; }));
+    EXPECT_FALSE(body.manager->Cancel());  // idle
+    // Give the thread time to leave its wrapper before the manager goes.
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+TEST(Thread, ThrowingBodyLeavesFinishedFalse) {
+    Body body;
+    body.fail = true;
+    body.start();
+    EXPECT_TRUE(eventually([&] { return body.ran && body.manager->GetState() == 0; }));
+    EXPECT_FALSE(body.finished);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+}
+
+std::atomic<int> joinableRuns{0};
+void* countRun(void*) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ++joinableRuns;
+    return nullptr;
+}
+
+TEST(Thread, JoinableThreadIsWaitedForAndExecuteRefusesWhileBusy) {
+    ThreadPhoManager* manager = ThreadPhoManager::Create(countRun);
+    manager->SetAttr(ThreadPhoManager::Detached, false);
+    EXPECT_FALSE(manager->GetAttr(ThreadPhoManager::Detached));
+    ASSERT_TRUE(manager->Execute(nullptr));
+    EXPECT_FALSE(manager->Execute(nullptr));
+    manager->WaitForCompletion();
+    EXPECT_EQ(joinableRuns, 1);
+    EXPECT_EQ(manager->GetState(), 0);
+    delete manager;
+
+    ThreadPhoManager* nothing = ThreadPhoManager::Create(nullptr);
+    EXPECT_FALSE(nothing->Execute(nullptr));
+    EXPECT_EQ(nothing->GetState(), 1);
+    EXPECT_FALSE(nothing->Cancel());  // no thread to cancel
+    delete nothing;
+}
+
+TEST(Mutex, TimeOutsAndTheirMessages) {
+    Mutex m;
+    try {
+        m.Lock(0, 12, "f.cpp");  // no attempt at all, even on a free mutex
+        FAIL() << "locked";
+    } catch (std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "Mutex Locking ErrorFile: f.cpp   Line: 12");
+    }
+    m.Lock(1, 20, nullptr);
+    EXPECT_EQ(m.lockLine, 20);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_THROW(m.Lock(1, 21, nullptr), std::runtime_error);  // not recursive
+    double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_GT(waited, 0.9);
+    EXPECT_LT(waited, 5.0);
+    m.Unlock();
+    EXPECT_EQ(m.lockLine, 0);
+}
+
+TEST(Mutex, MutexLockUnlocksOnlyOnce) {
+    Mutex m;
+    {
+        MutexLock lock(m, 1, 5);
+        EXPECT_EQ(m.lockLine, 5);
+        lock.Unlock();
+        EXPECT_FALSE(lock.locked);
+        lock.Unlock();
+        m.Lock(1, 6, nullptr);  // held again, by us now
+    }  // the holder's destructor must not release our lock
+    EXPECT_EQ(m.lockLine, 6);
+    EXPECT_NE(pthread_mutex_trylock(m.handle), 0);
+    m.Unlock();
+}
+
+TEST(SystemHelpers, LibraryNames) {
+    EXPECT_EQ(GetLibName("/usr/lib/libfoo.so.1"), "foo");
+    EXPECT_EQ(GetLibName("foo.so"), "foo");
+    EXPECT_EQ(GetLibName("bar"), "bar");
+    EXPECT_EQ(GetLibName(""), "");
+    EXPECT_EQ(GetLibName("/usr/lib/"), "");
+    EXPECT_EQ(GetLibName("mylib.so"), "mylib");
+    EXPECT_EQ(GetLibName("lib/x.so/libz.sox"), "z");
+    EXPECT_EQ(GetLibName(nullptr), "");
+    std::string longName = "/" + std::string(300, 'd') + "/lib" + std::string(300, 'n') + ".so.2";
+    EXPECT_EQ(GetLibName(longName.c_str()), std::string(300, 'n'));
+}
+
+TEST(SystemHelpers, DynamicLibrariesAndFileLocks) {
+    char missing[] = "/nonexistent/libnothing.so";
+    EXPECT_EQ(OpenDynamicLib(missing), nullptr);
+    char libc[] = "libc.so.6";
+    void* library = OpenDynamicLib(libc);
+    ASSERT_NE(library, nullptr);
+    char strlenName[] = "strlen", noName[] = "no_such_symbol_here";
+    EXPECT_NE(GetFnAddress(library, strlenName), nullptr);
+    EXPECT_EQ(GetFnAddress(library, noName), nullptr);
+    CloseDynamicLib(library);
+
+    char path[] = "/tmp/zorbus-lockXXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, "0123456789", 10), 10);
+    ASSERT_EQ(lseek(fd, 3, SEEK_SET), 3);
+    EXPECT_EQ(lockfile(fd), 0);
+    EXPECT_EQ(lseek(fd, 0, SEEK_CUR), 3);  // the position is kept
+    EXPECT_EQ(unlockfile(fd), 0);
+    close(fd);
+    unlink(path);
+    EXPECT_EQ(lockfile(-1), -1);
+}
+
+TEST(HostServices, FallbacksDescribeThisProcess) {
+    EXPECT_EQ(nvxIsFactory(), 0);
+    EXPECT_EQ(nvxIsDiagsCD(), 0);
+    uint64_t mask = nvxGetCpuAvailMask();
+    ASSERT_NE(mask, 0u);
+    int cpu = nvxGetCurrentCPU();
+    if (cpu < 64) {
+        EXPECT_NE(mask & (uint64_t(1) << cpu), 0u);
+    }
+    EXPECT_EQ(nvxSetTaskAffinity(mask), 0);
+    EXPECT_EQ(nvxGetCpuAvailMask(), mask);
+}
+
+}  // namespace

@@ -117,8 +117,8 @@ optstream::~optstream() { close(); }
 bool optstream::close() {
     if (closed) return ok;
     closed = true;
-    std::vector<indexed_pointer>().swap(table);
-    objectCount = 0;
+    std::vector<const Persistent*>().swap(written);
+    std::vector<uint32_t>().swap(slots);
     if (toFile && !WriteWholeFile(path, buffer)) ok = false;
     return ok;
 }
@@ -185,41 +185,39 @@ void optstream::WriteReference(const Persistent* object) {
 }
 
 bool optstream::Find(const Persistent* object, uint32_t& index) const {
-    if (table.empty()) return false;
-    const size_t mask = table.size() - 1;
-    for (size_t slot = AddressHash(object) & mask;; slot = (slot + 1) & mask) {
-        if (!table[slot].pointer) return false;
-        if (table[slot].pointer == object) {
-            index = table[slot].index;
+    if (slots.empty()) return false;
+    const size_t mask = slots.size() - 1;
+    for (size_t slot = AddressHash(object) & mask; slots[slot]; slot = (slot + 1) & mask) {
+        if (written[slots[slot] - 1] == object) {
+            index = slots[slot] - 1;
             return true;
         }
     }
+    return false;
 }
 
 bool optstream::Enter(const Persistent* object, uint32_t& index) {
     // Kept at most half full, so that probe runs stay short.
-    if ((static_cast<size_t>(objectCount) + 1) * 2 > table.size()) {
-        std::vector<indexed_pointer> old;
-        old.swap(table);
-        table.assign(std::max(old.size() * 2, kFirstTableSize), indexed_pointer{0, nullptr});
-        const size_t mask = table.size() - 1;
-        for (const indexed_pointer& entry : old) {
-            if (!entry.pointer) continue;
-            size_t slot = AddressHash(entry.pointer) & mask;
-            while (table[slot].pointer) slot = (slot + 1) & mask;
-            table[slot] = entry;
+    if ((written.size() + 1) * 2 > slots.size()) {
+        slots.assign(std::max(slots.size() * 2, kFirstTableSize), 0);
+        const size_t mask = slots.size() - 1;
+        for (size_t i = 0; i < written.size(); ++i) {
+            size_t slot = AddressHash(written[i]) & mask;
+            while (slots[slot]) slot = (slot + 1) & mask;
+            slots[slot] = static_cast<uint32_t>(i + 1);
         }
     }
-    const size_t mask = table.size() - 1;
+    const size_t mask = slots.size() - 1;
     size_t slot = AddressHash(object) & mask;
-    for (; table[slot].pointer; slot = (slot + 1) & mask) {
-        if (table[slot].pointer == object) {
-            index = table[slot].index;
+    for (; slots[slot]; slot = (slot + 1) & mask) {
+        if (written[slots[slot] - 1] == object) {
+            index = slots[slot] - 1;
             return true;
         }
     }
-    index = objectCount++;
-    table[slot] = indexed_pointer{index, object};
+    index = static_cast<uint32_t>(written.size());
+    written.push_back(object);
+    slots[slot] = index + 1;
     return false;
 }
 

@@ -125,10 +125,11 @@ private:
     std::string buffer;
     bool toFile = false;
     bool closed = false;
-    // Objects written so far, hashed by address (open addressing, a power of
-    // two long, an empty slot has a null pointer): no allocation per object.
-    std::vector<indexed_pointer> table;
-    uint32_t objectCount = 0;
+    // Objects written so far, by index, and a hash of their addresses (open
+    // addressing, a power of two long; a slot holds index + 1, 0 when empty).
+    // No allocation per object, and little memory to touch.
+    std::vector<const Persistent*> written;
+    std::vector<uint32_t> slots;
 };
 
 class iptstream : public ptstream {

@@ -26,14 +26,28 @@ bool eventually(Condition condition) {
     return condition();
 }
 
+// Set when the thread has ended: thread-local objects go after the thread
+// wrapper is done with the Thread and its manager.
+struct ExitFlag {
+    std::atomic<bool>* flag = nullptr;
+    ~ExitFlag() {
+        if (flag) *flag = true;
+    }
+};
+
 class Body : public Thread {
 public:
     std::atomic<bool> ran{false};
+    std::atomic<bool> exited{false};
     bool fail = false;
     void run() override {
+        static thread_local ExitFlag exitFlag;
+        exitFlag.flag = &exited;
         ran = true;
         if (fail) throw std::runtime_error("body failed");
     }
+    // A detached thread must have left before its Thread goes.
+    ~Body() override { EXPECT_TRUE(eventually([this] { return exited.load(); })); }
 };
 
 TEST(Thread, StartsDetachedAndCannotBeWaitedFor) {
@@ -45,8 +59,6 @@ TEST(Thread, StartsDetachedAndCannotBeWaitedFor) {
     EXPECT_TRUE(eventually([&] { return body.finished.load(); }));
     EXPECT_TRUE(eventually([&] { return body.manager->GetState() == 0; }));
     EXPECT_FALSE(body.manager->Cancel());  // idle
-    // Give the thread time to leave its wrapper before the manager goes.
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
 TEST(Thread, ThrowingBodyLeavesFinishedFalse) {
@@ -55,7 +67,6 @@ TEST(Thread, ThrowingBodyLeavesFinishedFalse) {
     body.start();
     EXPECT_TRUE(eventually([&] { return body.ran && body.manager->GetState() == 0; }));
     EXPECT_FALSE(body.finished);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
 std::atomic<int> joinableRuns{0};
@@ -66,6 +77,7 @@ void* countRun(void*) {
 }
 
 TEST(Thread, JoinableThreadIsWaitedForAndExecuteRefusesWhileBusy) {
+    joinableRuns = 0;
     ThreadPhoManager* manager = ThreadPhoManager::Create(countRun);
     manager->SetAttr(ThreadPhoManager::Detached, false);
     EXPECT_FALSE(manager->GetAttr(ThreadPhoManager::Detached));

@@ -44,10 +44,7 @@ TEST_F(DispatchCancel, FromInsideTheCallback) {
     host.onEvent = [&](const XmlObject& e) {
         if (e.name == "diagUpdate" && e.GetAttributeValue("percentComplete") == "50") cancelAnswer = Execute(cancelCommand);
     };
-    test->body = [](ScriptedTest& t, const XmlObject&, int) {
-        t.SetProgress(1, 2);
-        return false;
-    };
+    test->body = [](ScriptedTest& t, int) { return t.SetProgress(1, 2), false; };
     XmlObject result(Execute(runCommand));
     EXPECT_EQ(result.GetAttributeValue("currentState"), "canceled");
     EXPECT_EQ(test->tries, 1);
@@ -60,7 +57,7 @@ TEST_F(DispatchCancel, FromASecondThread) {
     std::condition_variable cv;
     bool inTry = false, cancelSent = false;
     std::string cancelAnswer;
-    test->body = [&](ScriptedTest&, const XmlObject&, int) {
+    test->body = [&](ScriptedTest&, int) {
         std::unique_lock<std::mutex> lock(m);
         inTry = true;
         cv.notify_all();

@@ -1,5 +1,5 @@
 // A component, device, test and diagnosis of the tests' own, and a host
-// callback that records every event, for the framework's tests.
+// callback that records every event (it may run on a prompt's thread).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,110 +9,144 @@
 #include <string>
 #include <vector>
 
-#include "common/XmlObject.h"
+#include "common/StringUtil.h"
 #include "tc/frame/TestComponent.h"
-#include "tc/framework/Device.h"
 #include "tc/framework/Diagnosis.h"
 #include "tc/framework/NumericParameter.h"
 #include "tc/framework/Test.h"
 
 namespace fw {
 
-// What the host saw and how it answers. The callback may run on a prompt's
-// thread, so everything goes under the lock.
 struct Host {
     std::mutex mutex;
     std::vector<std::string> events;
     int promptReply = 0;  // diagPrompt replies carry value="N"
     bool replyToPrompts = true;
-    // Runs inside the callback, after the event was recorded.
-    std::function<void(const XmlObject&)> onEvent;
+    std::function<void(const XmlObject&)> onEvent;  // runs inside the callback
 
-    void Reset();
-    std::vector<XmlObject> Events();
-    std::vector<XmlObject> Events(const std::string& elementName);
+    void Reset() {
+        std::lock_guard<std::mutex> lock(mutex);
+        events.clear();
+        promptReply = 0;
+        replyToPrompts = true;
+        onEvent = nullptr;
+    }
+    std::vector<XmlObject> Events(const std::string& only = "") {
+        std::lock_guard<std::mutex> lock(mutex);
+        std::vector<XmlObject> parsed;
+        for (const std::string& e : events)
+            if (XmlObject x(e); only.empty() || x.name == only) parsed.push_back(x);
+        return parsed;
+    }
 };
-extern Host host;
+inline Host host;
 
-char* RecordEvent(const char* xml);
+inline char* RecordEvent(const char* xml) {
+    XmlObject event{std::string(xml)};
+    std::function<void(const XmlObject&)> hook;
+    std::string reply;
+    {
+        std::lock_guard<std::mutex> lock(host.mutex);
+        host.events.emplace_back(xml);
+        hook = host.onEvent;
+        if (event.name == "diagPrompt" && host.replyToPrompts) reply = strprintf("<a value=\"%d\"/>", host.promptReply);
+    }
+    if (hook) hook(event);
+    return reply.empty() ? nullptr : stringdup(reply.c_str());
+}
+
+#define FW_PERSISTENT(T)                                                                  \
+    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); } \
+    const char* GetRealClassName() const override { return #T; }                          \
+    Persistent* CreateCopy() const override { return new T(*this); }
 
 class RecordingComponent : public TestComponent {
 public:
-    std::string Catalog() override { return std::string(); }
-    std::string ID() override { return std::string(); }
-    void CopyFromPointer(const Persistent*) override {}
-    const char* GetRealClassName() const override { return "RecordingComponent"; }
-    Persistent* CreateCopy() const override { return new RecordingComponent(*this); }
+    std::string Catalog() override { return ""; }
+    std::string ID() override { return ""; }
+    FW_PERSISTENT(RecordingComponent)
 };
 
 class FakeDevice : public Device {
 public:
-    int initializeCalls = 0;
-    int uninitializeCalls = 0;
-    FakeDevice() = default;
-    explicit FakeDevice(const std::string& name) : Device(name, false) {}
+    int initializeCalls = 0, uninitializeCalls = 0;
+    explicit FakeDevice(const std::string& name = "") : Device(name, false) {}
     void Initialize() override { ++initializeCalls; }
     void Uninitialize() override { ++uninitializeCalls; }
     void DoID(XmlObject&, bool) override {}
-    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); }
-    const char* GetRealClassName() const override { return "FakeDevice"; }
-    Persistent* CreateCopy() const override { return new FakeDevice(*this); }
+    FW_PERSISTENT(FakeDevice)
 };
 
 // A test whose tries follow a script: `body` gets the try number (from 1).
 class ScriptedTest : public Test {
 public:
-    std::function<bool(ScriptedTest&, const XmlObject&, int)> body;
+    std::function<bool(ScriptedTest&, int)> body;
     std::function<void(ScriptedTest&)> onSetParameters;
     bool locks = false;
-    int tries = 0;
-    int cleanups = 0;
+    int tries = 0, cleanups = 0;
     std::vector<std::string> currentTryAttributes;
 
-    ScriptedTest() = default;
-    ScriptedTest(const std::string& name, Device* device) : Test(name, device) {}
+    explicit ScriptedTest(const std::string& name = "", Device* device = nullptr) : Test(name, device) {}
     bool LocksDevice() override { return locks; }
     void SetParameters() override {
         if (onSetParameters) onSetParameters(*this);
     }
     void DoCleanup(const XmlObject&) override { ++cleanups; }
     bool DoRun(const XmlObject& command) override {
-        ++tries;
-        currentTryAttributes.push_back(command.GetAttributeValue("currentTry", ""));
-        return body ? body(*this, command, tries) : true;
+        currentTryAttributes.push_back(command.GetAttributeValue("currentTry"));
+        return body ? body(*this, ++tries) : (++tries, true);
     }
-    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); }
-    const char* GetRealClassName() const override { return "ScriptedTest"; }
-    Persistent* CreateCopy() const override { return new ScriptedTest(*this); }
+    FW_PERSISTENT(ScriptedTest)
 };
 
 class ScriptedDiagnosis : public Diagnosis {
 public:
     std::function<void(ScriptedDiagnosis&, XmlObject&)> body;
-    ScriptedDiagnosis() = default;
-    ScriptedDiagnosis(const std::string& name, Device* device) : Diagnosis(name, device) {}
+    explicit ScriptedDiagnosis(const std::string& name = "", Device* device = nullptr) : Diagnosis(name, device) {}
     void DoRun(XmlObject&, XmlObject& result) override {
         if (body) body(*this, result);
     }
-    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); }
-    const char* GetRealClassName() const override { return "ScriptedDiagnosis"; }
-    Persistent* CreateCopy() const override { return new ScriptedDiagnosis(*this); }
+    FW_PERSISTENT(ScriptedDiagnosis)
 };
 
-// A component with the recording callback and one device "dev0" with the
-// caption "Dev Caption", description "Dev Desc" and class "FakeClass".
+// A component with the recording callback and one device "dev0": caption
+// "Dev Caption", description "Dev Desc", class "FakeClass".
 class FrameworkTest : public ::testing::Test {
 protected:
     FakeDevice* device = nullptr;
-    void SetUp() override;
-    void TearDown() override;
-    // A scripted test added to the device.
-    ScriptedTest* AddTest(const std::string& name, const std::string& caption = "Test Caption");
-    // Runs through Device::RunTest with the given attributes.
-    XmlObject RunTest(const std::string& testName, const std::string& attributes = "");
+    void SetUp() override {
+        host.Reset();
+        pTestComponent = new RecordingComponent;
+        pTestComponent->componentName = "libzorbus.so";
+        pTestComponent->eventCallback = RecordEvent;
+        device = new FakeDevice("dev0");
+        device->caption = "Dev Caption";
+        device->description = "Dev Desc";
+        device->className = "FakeClass";
+        pTestComponent->devices.insert(device);
+    }
+    void TearDown() override {
+        delete pTestComponent;
+        pTestComponent = nullptr;
+    }
+    ScriptedTest* AddTest(const std::string& name, const std::string& caption = "Test Caption") {
+        auto* test = new ScriptedTest(name, device);
+        test->caption = caption;
+        device->AddTest(test);
+        return test;
+    }
+    // Through Device::RunTest, with the given attributes.
+    XmlObject RunTest(const std::string& testName, const std::string& attributes = "") {
+        XmlObject command("<runTest device=\"dev0\" test=\"" + testName + "\" " + attributes + "/>");
+        return XmlObject(device->RunTest(command));
+    }
 };
 
 // The attribute names of an element, in order, joined with blanks.
-std::string AttributeNames(const XmlObject& element);
+inline std::string AttributeNames(const XmlObject& element) {
+    std::string names;
+    for (const auto& a : element.GetAttributes()) names += (names.empty() ? "" : " ") + a.first;
+    return names;
+}
 
 }  // namespace fw

@@ -57,6 +57,22 @@ TEST(ParameterList, ToXmlAndAParseThatStopsAtTheFirstRefusal) {
     EXPECT_EQ(a.GetValue() + "|" + std::to_string(n.value) + "|" + b.GetValue(), "new|99|");
     list.Parse(XmlObject("<run/>"));
     EXPECT_EQ(n.value, 2);
+
+    // Stored: the list refers to parameters stored before it in the stream.
+    ParameterList stored;
+    stored.Insert(&a);
+    optstream out;
+    out << static_cast<const Persistent*>(&a) << static_cast<const Persistent*>(&stored);
+    iptstream in = iptstream::FromMemory(out.GetBuffer());
+    Persistent *readA = nullptr, *readList = nullptr;
+    in >> readA >> readList;
+    auto* copy = dynamic_cast<StringParameter*>(readA);
+    auto* copiedList = dynamic_cast<ParameterList*>(readList);
+    ASSERT_TRUE(copy && copiedList);
+    EXPECT_EQ(copy->GetValue() + "|" + copy->GetDefaultValue() + "|" + copy->GetCaption(), "x|x|A");
+    EXPECT_EQ(copiedList->parameters, std::vector<Parameter*>{copy});
+    delete copy;
+    delete copiedList;
 }
 
 TEST(NumericParameter, ExpressionResults) {

@@ -136,14 +136,13 @@ USBnode* USBtree::GrowUSBtree(USBInfoReader* reader) {
 }
 
 int USBtree::RunDescriptorTest() {
-    usb_initialize_list();
     USBInfoReader reader;
     reader.setDevicesFile();
     return RunDescriptorTest(reader);
 }
 
 int USBtree::RunDescriptorTest(USBInfoReader& reader) {
-    if (!root) usb_initialize_list();
+    usb_initialize_list();
     if (!reader.open()) return -1;
     std::unique_ptr<char[]> buffer(new (std::nothrow) char[lineBufferSize]);
     if (!buffer) {

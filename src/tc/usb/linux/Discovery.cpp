@@ -159,6 +159,7 @@ int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
     blocks = getVecDeviceInfo(reader);
     int ignored = std::system("mount -t usbfs none /proc/bus/usb 2> /dev/null");
     (void)ignored;
+    // The device of each block: the one place where this road makes devices.
     for (const std::string& block : blocks) AddLsusbDevice(devices, block);
     return 0;
 }

@@ -113,7 +113,10 @@ void USBtree::ParseAllLines(USBInfoReader* reader, char* buffer) {
 
 USBnode* USBtree::GrowUSBtree(USBInfoReader* reader) {
     usb_initialize_list();
-    if (!reader) return nullptr;
+    if (!reader) {
+        DropTree();
+        return nullptr;
+    }
     if (!reader->open()) {
         reader->mountProcUsb();
         if (!reader->open()) {
@@ -463,7 +466,8 @@ std::string USBtree::DecodeUSBClass08(unsigned int usbClass, unsigned int subcla
             break;
         case 6:
             if (protocol == 0x32) {
-                if (CheckForUSBDriveKeyMatch(static_cast<unsigned int>(vendor), static_cast<unsigned int>(product)))
+                if (vendor <= UINT_MAX && product <= UINT_MAX &&
+                    CheckForUSBDriveKeyMatch(static_cast<unsigned int>(vendor), static_cast<unsigned int>(product)))
                     result = "USB Drive Key";
                 if (vendor == opticalDriveVendor && product == opticalDriveProduct) result = "DVD/CDROM";
             }

@@ -17,7 +17,49 @@ const char* TvkWarning::GetErrorCode() const { return "TvkWarning"; }
 
 // Built through XmlObject so that any text, markup characters included,
 // comes out escaped and parses back unchanged.
+// Written straight into text (errors are on the hot path of every refused
+// command); the form is exactly that of GetXmlObject().GetXmlString().
 std::string TvkWarning::GetXml() const {
+    std::string out;
+    out.reserve(96 + message.size() * 2 + detail.size() * 2);
+    const char* tag = GetTagName();
+    out += '<';
+    out += tag;
+    auto attribute = [&out](const char* name, const std::string& value) {
+        out += ' ';
+        out += name;
+        out += "=\"";
+        XmlAppendEscaped(out, value, true);
+        out += '"';
+    };
+    out += " errorCode=\"";
+    out += GetErrorCode();
+    out += '"';
+    attribute(xmldef::key, message);
+    attribute(xmldef::detail, detail);
+    if (!extra.empty()) attribute("extra", extra);
+    if (!referenceA.empty() || !referenceB.empty()) attribute(xmldef::reference, referenceA + ", " + referenceB);
+    const std::string text = GetText();
+    std::string escaped;
+    XmlAppendEscaped(escaped, text, false);
+    if (escaped.empty()) {
+        out += "/>";
+    } else {
+        out += '>';
+        out += escaped;
+        out += "</";
+        out += tag;
+        out += '>';
+    }
+    return out;
+}
+
+std::string TvkWarning::GetText() const {
+    if (detail.empty()) return message;
+    return message + ": " + detail;
+}
+
+XmlObject TvkWarning::GetXmlObject() const {
     XmlObject element;
     element.name = GetTagName();
     element.SetAttribute(xmldef::errorCode, GetErrorCode());
@@ -26,12 +68,8 @@ std::string TvkWarning::GetXml() const {
     if (!extra.empty()) element.SetAttribute("extra", extra);
     if (!referenceA.empty() || !referenceB.empty())
         element.SetAttribute(xmldef::reference, referenceA + ", " + referenceB);
-    element.value = message;
-    if (!detail.empty()) {
-        element.value += ": ";
-        element.value += detail;
-    }
-    return element.GetXmlString();
+    element.value = GetText();
+    return element;
 }
 
 TvkError::TvkError(const std::string& message, const std::string& detail, const std::string& extra)

@@ -10,6 +10,8 @@
 #include <exception>
 #include <string>
 
+#include "common/XmlObject.h"
+
 class TvkWarning : public std::exception {
 public:
     TvkWarning(const std::string& message, const std::string& detail, const std::string& extra);
@@ -17,6 +19,10 @@ public:
 
     void CrossReference(const std::string& a, const std::string& b);
     std::string GetXml() const;
+    // The element of GetXml(), without a round trip through text.
+    XmlObject GetXmlObject() const;
+    // The element's text value: the message, then ": " and the detail.
+    std::string GetText() const;
     // Element name of GetXml().
     virtual const char* GetTagName() const;
     // Value of the errorCode attribute.

@@ -195,6 +195,7 @@ void XmlObject::SetAttribute(const std::string& attribute, const std::string& te
             return;
         }
     }
+    if (attributes.empty()) attributes.reserve(8);  // most elements have a handful
     attributes.emplace_back(attribute, text);
 }
 
@@ -246,6 +247,10 @@ std::string XmlObject::GetXmlString() const {
     out.reserve(256);
     Write(*this, out);
     return out;
+}
+
+void XmlAppendEscaped(std::string& out, const std::string& text, bool inAttribute) {
+    AppendEscaped(out, text, inAttribute ? kEscape.attribute : kEscape.text);
 }
 
 std::string XmlFormatNumber(long long number, int base) {

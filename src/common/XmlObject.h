@@ -61,6 +61,10 @@ private:
 };
 
 std::string XmlFormatNumber(long long number, int base);
+// Appends `text` escaped exactly as GetXmlString escapes an attribute value
+// (inAttribute) or an element's text, for code that writes hot, fixed-form
+// elements straight into a string.
+void XmlAppendEscaped(std::string& out, const std::string& text, bool inAttribute);
 std::string XmlFormatNumber(unsigned long long number, int base);
 
 template <typename T>

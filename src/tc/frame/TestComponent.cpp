@@ -83,23 +83,27 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
         } else if (isCommand(name, "diagRunEnd")) {
             if (const XmlObject* run = command.FindFirstMatch("diagRun", "")) DiagRunEnd(*run);
         } else {
-            throw TvkError("Invalid Command", name, "");
+            // Handled as if thrown; an unknown command is common enough
+            // that the unwinding is worth saving.
+            return ErrorAnswer(TvkError("Invalid Command", name, ""), component);
         }
     } catch (TvkError& error) {
-        buildingCatalog = false;
-        XmlObject errorXml(error.GetXml());
-        const std::string code = errorXml.GetAttributeValue(xmldef::errorCode, "");
-        const std::string key = errorXml.GetAttributeValue(xmldef::key, "");
-        try {
-            WriteEventLog(Translate("Error"), code + " - " + key + ";" + errorXml.value);
-        } catch (TvkError& sendError) {
-            // Without a callback the event cannot go out; the answer still does.
-            dbgprintf("Error event not sent: %s\n", sendError.what());
-        }
-        CreateTestComponentFailureLogFile(component);
-        answer = errorXml.GetXmlString();
+        return ErrorAnswer(error, component);
     }
     return answer;
+}
+
+std::string TestComponent::ErrorAnswer(const TvkError& error, const std::string& component) {
+    buildingCatalog = false;
+    try {
+        WriteEventLog(Translate("Error"), std::string(error.GetErrorCode()) + " - " + error.GetMessage() + ";" +
+                                              error.GetText());
+    } catch (TvkError& sendError) {
+        // Without a callback the event cannot go out; the answer still does.
+        dbgprintf("Error event not sent: %s\n", sendError.what());
+    }
+    CreateTestComponentFailureLogFile(component);
+    return error.GetXml();
 }
 
 std::string TestComponent::RunTest(XmlObject& command) {
@@ -198,12 +202,18 @@ std::string TestComponent::SendEventNotification(const std::string& xml) {
 }
 
 void TestComponent::WriteEventLog(const std::string& caption, const std::string& description) {
-    XmlObject event;
-    event.name = "diagEvent";
-    event.SetAttribute(xmldef::component, componentName);
-    event.SetAttribute(xmldef::caption, caption);
-    event.SetAttribute(xmldef::description, description);
-    SendEventNotification(event.GetXmlString());
+    // Every log line takes this road: written straight into text, in the
+    // form XmlObject would give it.
+    std::string event;
+    event.reserve(64 + componentName.size() + caption.size() + description.size());
+    event += "<diagEvent component=\"";
+    XmlAppendEscaped(event, componentName, true);
+    event += "\" caption=\"";
+    XmlAppendEscaped(event, caption, true);
+    event += "\" description=\"";
+    XmlAppendEscaped(event, description, true);
+    event += "\"/>";
+    SendEventNotification(event);
 }
 
 std::string TestComponent::GetDiagsWriteDirectory() {

@@ -64,6 +64,9 @@ public:
     void ForgetNameHints() { nameHints.clear(); }
 
 private:
+    // The dispatcher's error path: "Error" event, failure log file, the
+    // error's own XML as the answer.
+    std::string ErrorAnswer(const TvkError& error, const std::string& component);
     std::map<std::string, unsigned int> nameHints;
 };
 

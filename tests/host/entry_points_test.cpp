@@ -30,6 +30,7 @@ class EntryPoints : public ::testing::Test {
 protected:
     Library& lib = Library::Get();
     std::string oldDir;
+    std::string oldPath;
     std::string dir;
 
     void SetUp() override {
@@ -45,9 +46,20 @@ protected:
         ASSERT_NE(mkdtemp(pattern), nullptr);
         dir = pattern;
         ASSERT_EQ(chdir(dir.c_str()), 0);
+        // Discovery runs mount and lsusb; here they are stubs that do and
+        // print nothing, so this machine's own USB never shows.
+        ASSERT_EQ(mkdir("stubs", 0755), 0);
+        for (const char* tool : {"mount", "lsusb", "sync"}) {
+            std::string path = dir + "/stubs/" + tool;
+            { std::ofstream(path) << "#!/bin/sh\nexit 0\n"; }
+            ASSERT_EQ(chmod(path.c_str(), 0755), 0);
+        }
+        oldPath = getenv("PATH") ? getenv("PATH") : "";
+        setenv("PATH", (dir + "/stubs:" + oldPath).c_str(), 1);
     }
 
     void TearDown() override {
+        setenv("PATH", oldPath.c_str(), 1);
         lib.Uninitialize(nullptr);
         lib.InitializeTCTranslator("C");
         EXPECT_EQ(chdir(oldDir.c_str()), 0);
@@ -136,12 +148,17 @@ TEST_F(EntryPoints, CatalogAndDiscoverySendTheirEvents) {
     ASSERT_FALSE(HostLog::Events().empty());
     EXPECT_EQ(HostLog::Events()[0], "<diagEvent component=\"libzorbus.so\" caption=\"Building Catalog\" description=\"\"/>");
 
+    // No devices file and an lsusb that lists nothing: discovery fails.
     HostLog::Clear();
     std::string id = lib.Run("<id/>");
-    EXPECT_EQ(id.rfind("<idResult", 0), 0u) << id;
-    ASSERT_FALSE(HostLog::Events().empty());
+    EXPECT_EQ(id, "<error errorCode=\"TvkError\" key=\"Device Failed Enumeration\" detail=\"\">"
+                  "Device Failed Enumeration</error>");
+    ASSERT_EQ(HostLog::Events().size(), 2u);
     EXPECT_EQ(HostLog::Events()[0],
               "<diagEvent component=\"libzorbus.so\" caption=\"Device Discovery Started\" description=\"\"/>");
+    EXPECT_EQ(HostLog::Events()[1],
+              "<diagEvent component=\"libzorbus.so\" caption=\"Error\" "
+              "description=\"TvkError - Device Failed Enumeration;Device Failed Enumeration\"/>");
 }
 
 TEST_F(EntryPoints, AnswersStayValidUntilReleasedInnermostFirst) {

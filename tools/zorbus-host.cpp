@@ -3,7 +3,7 @@
 // commands named on the command line.
 //
 //   zorbus-host [--library PATH] [--component NAME] [--state FILE] [--debug]
-//               [--language LANG] COMMAND...
+//               [--language LANG] [--factory] [--diags-medium] COMMAND...
 //   COMMAND: catalog | id | version | <raw XML command>
 #include <dlfcn.h>
 #include <limits.h>
@@ -13,6 +13,12 @@
 #include <cstring>
 #include <string>
 #include <vector>
+
+// Host services: this host decides the mode and the medium itself.
+static int factoryMode = 0;
+static int diagsMedium = 0;
+extern "C" __attribute__((visibility("default"))) int nvxIsFactory() { return factoryMode; }
+extern "C" __attribute__((visibility("default"))) int nvxIsDiagsCD() { return diagsMedium; }
 
 namespace {
 
@@ -71,6 +77,8 @@ void usage(FILE* out) {
             "  --state FILE      restore the state from FILE and save it there at the end\n"
             "  --language LANG   select the translation, e.g. de or de:/path/to/locale\n"
             "  --debug           turn on the component's debug output\n"
+            "  --factory         run in factory mode (default: field mode)\n"
+            "  --diags-medium    the machine runs from the diagnostics medium\n"
             "COMMAND: catalog, id, version, or any XML command text\n");
 }
 
@@ -97,6 +105,8 @@ int main(int argc, char** argv) {
         else if (arg == "--state") state = value("--state");
         else if (arg == "--language") language = value("--language");
         else if (arg == "--debug") debug = true;
+        else if (arg == "--factory") factoryMode = 1;
+        else if (arg == "--diags-medium") diagsMedium = 1;
         else if (arg == "--help" || arg == "-h") { usage(stdout); return 0; }
         else if (arg.rfind("--", 0) == 0) { fprintf(stderr, "zorbus-host: unknown option %s\n", arg.c_str()); usage(stderr); return 2; }
         else commands.push_back(arg);

@@ -57,11 +57,11 @@ static std::string errorAnswer(const char* message, const std::string& detail) {
     }
 }
 
-extern "C" {
-
 TestComponent* CreateTestComponent(const std::string& initXml) { return new USBTestComponent(initXml); }
 
 std::string UninitializedTCException() { return TvkError("Uninitialized Test Component", "", "").GetXml(); }
+
+extern "C" {
 
 // A state file that is damaged, truncated or not ours counts as missing.
 static TestComponent* restoreComponent(const std::string& path) {

@@ -25,6 +25,9 @@ void FreeLastExecuteXMLCommandResult();
 void InitializeTCTranslator(const char* text);
 void SetDataRepositoryProvider(DataRepository* (*provider)());
 void CreateTestComponentFailureLogFile(const std::string& componentName);
+}
+
+// Exported too, for the module itself; they take and give C++ strings, so
+// they keep C++ linkage.
 TestComponent* CreateTestComponent(const std::string& initXml);
 std::string UninitializedTCException();
-}

@@ -163,6 +163,32 @@ Published Example(bool factory, Counters c) {
     return p;
 }
 
+Published EhciUhciStickRestored(bool factory, Counters c) {
+    Published p{{}, c};
+    if (!factory) {
+        // Neither hubs nor kinds: every node is published as a plain device
+        // on a port, and no hub is counted.
+        auto plain = [&](int n, const std::string& manufacturer, const std::string& name, const std::string& version,
+                         const std::string& speed, int port, int ports, bool controller) {
+            Dev d = FieldDevice(c.devices + n, manufacturer, name, version, speed, c.hubs, port);
+            if (ports > 0) d.properties.push_back({"PortTotal", "Total Number of Ports", N(ports)});
+            d.controller = controller;
+            return d;
+        };
+        p.devices = {plain(1, "", ehciName, "2.00", highSpeed, 1, 6, true),
+                     plain(2, "Kingston", "DT 101 G2", "2.00", highSpeed, 3, 0, false),
+                     plain(3, "INTEL Corporation", uhciName, "1.10", fullSpeed, 1, 2, true)};
+        p.after.devices += 3;
+        return p;
+    }
+    // No kind, so nothing of the factory form: the device's own caption and
+    // description, no property, nothing counted. Controllers keep their tests.
+    p.devices.assign(10, Dev{"Device", "Device", {}, false});
+    p.devices[0].controller = true;
+    p.devices[7].controller = true;
+    return p;
+}
+
 Published Twice(MachineTable table, bool factory, Counters before) {
     Published first = table(factory, before);
     Published second = table(factory, first.after);

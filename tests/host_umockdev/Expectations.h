@@ -39,6 +39,9 @@ using MachineTable = Published (*)(bool factory, Counters before);
 Published EhciUhciStick(bool factory, Counters before);
 Published ExternalHub(bool factory, Counters before);
 Published Example(bool factory, Counters before);
+// The devices of EhciUhciStick as a restored component publishes them: the
+// state file keeps neither a node's hub flag nor its kind.
+Published EhciUhciStickRestored(bool factory, Counters before);
 
 // Two tables one after the other, as a second identification publishes the
 // devices of the first beside the new ones.

@@ -193,7 +193,9 @@ void DiscoverMachine(benchmark::State& state) {
     Initialize("<init component=\"libzorbus.so\"/>");
     SetCallback(&DropEvent);
     FreeLastSetCallbackResult();
-    const size_t published = CountDevices(ExecuteXMLCommand("<id/>"));
+    const char* answer = ExecuteXMLCommand("<id/>");
+    const size_t published = CountDevices(answer);
+    const double answerBytes = static_cast<double>(std::strlen(answer));
     FreeLastExecuteXMLCommandResult();
     Uninitialize(nullptr);
     // Field mode: one device per node. Factory mode: each hub also stands on
@@ -209,6 +211,7 @@ void DiscoverMachine(benchmark::State& state) {
     for (auto _ : state) benchmark::DoNotOptimize(Discover());
     state.counters["kernelDevices"] = buses * devicesPerBus;
     state.counters["published"] = static_cast<double>(published);
+    state.counters["answerBytes"] = answerBytes;
     state.SetItemsProcessed(state.iterations() * buses * devicesPerBus);
 }
 

@@ -112,12 +112,11 @@ FakeMachine::~FakeMachine() {
     fs::remove_all(folder, ignored);
 }
 
-void FakeMachine::Hide(const std::string& path) {
-    const fs::path target = fs::path(testbed) / path;
-    fs::create_directories(target.parent_path());
+bool FakeMachine::Remove(const std::string& path) {
     std::error_code ignored;
-    fs::remove(target, ignored);
-    fs::create_symlink("/nonexistent/zorbus-hidden", target);
+    fs::remove(fs::path(testbed) / path, ignored);
+    // Outside the preload this process sees the real machine.
+    return !fs::exists(fs::path("/") / path, ignored);
 }
 
 void FakeMachine::SetLsusbOutput(const std::string& text) { WriteText(stubs + "/lsusb.out", text); }

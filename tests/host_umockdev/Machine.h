@@ -37,10 +37,11 @@ public:
     FakeMachine(const FakeMachine&) = delete;
     FakeMachine& operator=(const FakeMachine&) = delete;
 
-    // Puts a broken symbolic link at `path` (relative to the testbed root,
-    // e.g. "proc/bus/usb/001/001"): the file is then absent for the library
-    // whatever the real machine has.
-    void Hide(const std::string& path);
+    // Takes `path` (relative to the testbed root, e.g.
+    // "proc/bus/usb/001/001") out of the testbed. False when the real machine
+    // has that file: umockdev then shows the real one, and a test of its
+    // absence cannot run here.
+    bool Remove(const std::string& path);
     // What the stub lsusb prints.
     void SetLsusbOutput(const std::string& text);
 

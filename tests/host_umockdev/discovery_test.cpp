@@ -52,7 +52,7 @@ TEST_P(KnownMachine, PublishesCatalogueAndDevices) {
     script.push_back("run <catalog/>");
     script.push_back("run <id/>");
     const Session session = machine.Run(script);
-    ExpectSessionRan(session);
+    ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
     const Step& catalog = session.Nth("run <catalog/>");
     ExpectCatalogAnswer(catalog.answer, c.factory);
@@ -93,7 +93,7 @@ TEST_P(EachMode, SecondIdentificationGoesOnCounting) {
     script.push_back("run <id/>");
     script.push_back("run <id/>");
     const Session session = machine.Run(script);
-    ExpectSessionRan(session);
+    ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
     const Published first = EhciUhciStick(factory, Counters{});
     ExpectIdAnswer(session.Nth("run <id/>", 0).answer, first.devices, factory);
@@ -120,7 +120,7 @@ TEST_P(EachMode, RootHubTestPassesWhileTheFirstRootHubNodeOpens) {
     script.push_back(RunRootHubTest(second));
     script.push_back(RunRootHubTest(stick));
     const Session session = machine.Run(script);
-    ExpectSessionRan(session);
+    ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
     {
         SCOPED_TRACE("first controller");
@@ -150,7 +150,7 @@ TEST_P(EachMode, RootHubTestFailsWithoutTheNode) {
     script.push_back("run <id/>");
     script.push_back(RunRootHubTest("usbDevice0"));
     const Session session = machine.Run(script);
-    ExpectSessionRan(session);
+    ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
     // Discovery does not need the node.
     ExpectIdAnswer(session.Nth("run <id/>").answer, EhciUhciStick(factory, Counters{}).devices, factory);
@@ -167,7 +167,7 @@ TEST_P(EachMode, EmptyDevicesFilePublishesNoDevice) {
     std::vector<std::string> script = Opening(factory);
     script.push_back("run <id/>");
     const Session session = machine.Run(script);
-    ExpectSessionRan(session);
+    ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
     const Step& id = session.Nth("run <id/>");
     EXPECT_EQ(id.answer, "<idResult/>");
@@ -186,7 +186,7 @@ TEST_P(EachMode, DeviceWithoutItsParentHubFailsDiscovery) {
     script.push_back("run <id/>");
     script.push_back(RunRootHubTest("usbDevice0"));
     const Session session = machine.Run(script);
-    ExpectSessionRan(session);
+    ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
     for (size_t i = 0; i < 2; ++i) {
         SCOPED_TRACE("identification " + std::to_string(i + 1));
@@ -216,7 +216,7 @@ TEST_P(EachMode, LsusbRoadWithoutDevicesFailsEnumeration) {
         std::vector<std::string> script = Opening(factory);
         script.push_back("run <id/>");
         const Session session = machine.Run(script);
-        ExpectSessionRan(session);
+        ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
         const Step& id = session.Nth("run <id/>");
         EXPECT_EQ(id.answer, ErrorAnswer("Device Failed Enumeration"));
@@ -235,7 +235,7 @@ TEST_P(EachMode, CatalogueNeedsNoUsbInformation) {
     std::vector<std::string> script = Opening(factory);
     script.push_back("run <CATALOG/>");
     const Session session = machine.Run(script);
-    ExpectSessionRan(session);
+    ASSERT_NO_FATAL_FAILURE(ExpectSessionRan(session));
 
     ExpectCatalogAnswer(session.Nth("run <CATALOG/>").answer, factory);
     EXPECT_TRUE(machine.ToolCalls().empty());

@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/StringUtil.h"
@@ -16,6 +18,13 @@
 #include "tc/framework/Test.h"
 
 namespace fw {
+
+// Polls for up to five seconds.
+template <class Condition>
+bool eventually(Condition condition) {
+    for (int i = 0; i < 500 && !condition(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return condition();
+}
 
 struct Host {
     std::mutex mutex;

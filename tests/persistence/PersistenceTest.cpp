@@ -1,0 +1,397 @@
+// The state file streams: values and object graphs written and read back, in
+// memory and through real files; damaged, truncated, hostile and foreign
+// input, which either fails with PersistenceError or gives a whole graph, and
+// never leaks what was made on the way.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <sstream>
+#include <tuple>
+
+#include "common/Persistent.h"
+
+namespace {
+
+int g_liveTestObjects = 0;  // instances of the classes below alive now
+
+// Counts its instances. Copies and CreateCopy are tested on TestLeaf only.
+struct Counted : Persistent {
+    Counted() { ++g_liveTestObjects; }
+    Counted(const Counted&) : Persistent() { ++g_liveTestObjects; }
+    Counted& operator=(const Counted&) = default;
+    ~Counted() override { --g_liveTestObjects; }
+    void CopyFromPointer(const Persistent*) override {}
+    Persistent* CreateCopy() const override { return nullptr; }
+};
+
+class TestLeaf : public Counted {
+public:
+    int32_t number = 0;
+    uint32_t code = 0;
+    bool flag = false;
+    std::string text;
+
+    explicit TestLeaf(const std::string& text = "", int32_t number = 0) : number(number), text(text) {}
+    void ReadAndWrite(ptstream& s, direction dir, unsigned int) override {
+        if (dir == ptRead)
+            static_cast<iptstream&>(s) >> number >> code >> flag >> text;
+        else
+            static_cast<optstream&>(s) << number << code << flag << text;
+    }
+    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); }
+    const char* GetRealClassName() const override { return "TestLeaf"; }
+    Persistent* CreateCopy() const override { return new TestLeaf(*this); }
+};
+
+struct LeafByText {
+    bool operator()(const TestLeaf* a, const TestLeaf* b) const { return a->text < b->text; }
+};
+
+class TestNode : public Counted {
+public:
+    std::string name;
+    TestNode* parent = nullptr;              // a back reference
+    std::vector<TestLeaf*> leaves;           // owned; may hold null
+    std::vector<TestLeaf> values;            // by value
+    std::set<TestLeaf*, LeafByText> tagged;  // owned
+    TestLeaf* favourite = nullptr;           // not owned; one read before
+    std::vector<TestNode*> children;         // owned
+
+    explicit TestNode(const std::string& name = "") : name(name) {}
+    ~TestNode() override {
+        for (TestLeaf* leaf : leaves) delete leaf;
+        for (TestLeaf* leaf : tagged) delete leaf;
+        for (TestNode* child : children) delete child;
+    }
+    TestNode* AddChild(const std::string& childName) {
+        children.push_back(new TestNode(childName));
+        children.back()->parent = this;
+        return children.back();
+    }
+    void ReadAndWrite(ptstream& s, direction dir, unsigned int) override {
+        if (dir == ptWrite) {
+            optstream& out = static_cast<optstream&>(s);
+            out << name;
+            out.WriteReference(parent);
+            out << leaves << values << tagged;
+            out.WriteReference(favourite);
+            out << children;
+            return;
+        }
+        iptstream& in = static_cast<iptstream&>(s);
+        in >> name;
+        in.ReadReference(parent);
+        in >> leaves >> values >> tagged;
+        in.ReadReference(favourite);
+        in >> children;
+    }
+    const char* GetRealClassName() const override { return "TestNode"; }
+};
+
+// Two pointers that may name one object; owns both.
+class TestShare : public Counted {
+public:
+    TestLeaf* first = nullptr;
+    TestLeaf* second = nullptr;
+
+    ~TestShare() override {
+        if (second != first) delete second;
+        delete first;
+    }
+    void ReadAndWrite(ptstream& s, direction dir, unsigned int) override {
+        if (dir == ptWrite) return void(static_cast<optstream&>(s) << first << second);
+        static_cast<iptstream&>(s).ReadShared(first);
+        static_cast<iptstream&>(s).ReadShared(second);
+    }
+    const char* GetRealClassName() const override { return "TestShare"; }
+};
+
+ClassRegistrar<TestLeaf> TestLeafClassRegistrar;
+ClassRegistrar<TestNode> TestNodeClassRegistrar;
+ClassRegistrar<TestShare> TestShareClassRegistrar;
+
+// Every form at once: nested nodes with back references, null and owned
+// leaves, leaves by value, a set and a reference to a leaf of another node.
+TestNode* MakeSampleTree() {
+    TestNode* root = new TestNode("root");
+    TestLeaf* one = new TestLeaf("one", -7);
+    one->code = 0xdeadbeef;
+    one->flag = true;
+    root->leaves = {one, nullptr, new TestLeaf("two", 2)};
+    root->values = {TestLeaf("v1", 11), TestLeaf("v2", 12)};
+    root->tagged = {new TestLeaf("b"), new TestLeaf("a")};
+    root->favourite = one;
+    TestNode* child = root->AddChild("child");
+    child->leaves = {new TestLeaf("c")};
+    child->favourite = one;
+    child->AddChild("grandchild")->values = {TestLeaf("g")};
+    root->AddChild("second child");
+    return root;
+}
+
+// The stored bytes of `object`, header included.
+std::string Store(const Persistent* object) {
+    optstream out;
+    out << object;
+    return out.GetBuffer();
+}
+
+// Stored bytes built by hand, independent of optstream.
+std::string U32(uint32_t v) {
+    std::string bytes;
+    for (int i = 0; i < 4; ++i) bytes += static_cast<char>((v >> (8 * i)) & 0xff);
+    return bytes;
+}
+std::string Str(const std::string& text) { return U32(static_cast<uint32_t>(text.size())) + text; }
+std::string New(const std::string& className) { return U32(1) + Str(className); }
+std::string Ref(uint32_t index) { return U32(2) + U32(index); }
+std::string Leaf(int32_t number, uint32_t code, char flag, const std::string& text) {
+    return U32(static_cast<uint32_t>(number)) + U32(code) + std::string(1, flag) + Str(text);
+}
+const std::string kNull = U32(0);
+const std::string kHeader = "ZORBUSPT" + U32(1);
+// A TestNode named "n": its name, a null parent and no leaves or values.
+const std::string kNodeStart = kHeader + New("TestNode") + Str("n") + kNull + U32(0) + U32(0);
+
+class Persist : public ::testing::Test {
+protected:
+    void SetUp() override { liveAtStart = g_liveTestObjects; }
+    void TearDown() override { EXPECT_EQ(g_liveTestObjects, liveAtStart) << "test objects leaked or freed twice"; }
+    int liveAtStart = 0;
+};
+
+// Reads one object of class T that must own its place and use all bytes.
+template <class T>
+std::unique_ptr<T> Load(iptstream in) {
+    T* object = nullptr;
+    in.ReadOwned(object);
+    EXPECT_EQ(in.Remaining(), 0u);
+    return std::unique_ptr<T>(object);
+}
+template <class T>
+std::unique_ptr<T> Load(const std::string& bytes) { return Load<T>(iptstream::FromMemory(bytes)); }
+
+// The detail of the PersistenceError that `read` throws, or "no error".
+template <class F>
+std::string Failure(F read) {
+    try {
+        read();
+    } catch (const PersistenceError& error) {
+        EXPECT_STREQ(error.what(), "Damaged state file");
+        return error.GetDetail();
+    }
+    return "no error";
+}
+
+// Reads one object of any class; what it gives must store again.
+std::string ReadFailure(const std::string& bytes) {
+    return Failure([&] {
+        Persistent* object = nullptr;
+        iptstream::FromMemory(bytes) >> object;
+        Store(object);
+        delete object;
+    });
+}
+
+TEST_F(Persist, ByteFormatIsFixed) {
+    TestLeaf leaf(std::string("a\0b", 3), INT32_MIN);
+    leaf.code = UINT32_MAX;
+    leaf.flag = true;
+    const std::string fields = Leaf(INT32_MIN, UINT32_MAX, 1, leaf.text);
+    EXPECT_EQ(Store(&leaf), kHeader + New("TestLeaf") + fields);
+    optstream out;  // by value: no tag, no class name; a literal must not pick the bool form
+    out << static_cast<const Persistent&>(leaf) << "literal" << false;
+    EXPECT_EQ(out.GetBuffer(), kHeader + fields + Str("literal") + std::string(1, 0));
+    EXPECT_EQ(Store(nullptr), kHeader + kNull);
+    EXPECT_EQ(Store(Load<TestLeaf>(Store(&leaf)).get()), Store(&leaf));
+    // Any bool byte but 0 reads as true.
+    EXPECT_TRUE(Load<TestLeaf>(kHeader + New("TestLeaf") + Leaf(3, 4, 2, "t"))->flag);
+}
+
+TEST_F(Persist, GraphComesBackWithItsReferences) {
+    std::unique_ptr<TestNode> original(MakeSampleTree());
+    TestNode outside;
+    TestLeaf elsewhere;
+    original->parent = &outside;  // pointers out of the stored graph read as null
+    original->children[1]->favourite = &elsewhere;
+    const std::string bytes = Store(original.get());
+    std::unique_ptr<TestNode> root = Load<TestNode>(bytes);
+    ASSERT_TRUE(root);
+    EXPECT_EQ(Store(root.get()), bytes);  // every field, null and order
+    // References must point into the new graph, not merely store alike.
+    const TestNode* child = root->children.at(0);
+    EXPECT_EQ(root->parent, nullptr);
+    EXPECT_EQ(root->children.at(1)->favourite, nullptr);
+    EXPECT_EQ(root->favourite, root->leaves.at(0));
+    EXPECT_EQ(child->parent, root.get());  // written while the root was open
+    EXPECT_EQ(child->favourite, root->leaves[0]);
+    EXPECT_EQ(child->children.at(0)->parent, child);
+}
+
+TEST_F(Persist, ObjectReachedTwiceIsStoredOnce) {
+    TestShare share, apart;
+    share.first = share.second = new TestLeaf("shared");
+    const std::string bytes = Store(&share);
+    EXPECT_EQ(bytes, kHeader + New("TestShare") + New("TestLeaf") + Leaf(0, 0, 0, "shared") + Ref(1));
+    std::unique_ptr<TestShare> back = Load<TestShare>(bytes);
+    EXPECT_EQ(back->first, back->second);
+    apart.first = new TestLeaf("x");
+    apart.second = new TestLeaf("x");
+    back = Load<TestShare>(Store(&apart));
+    EXPECT_NE(back->first, back->second);
+}
+
+// Two leaves that sort equal: the second is dropped and released, and a later
+// reference to it is refused rather than left dangling.
+TEST_F(Persist, DuplicateInSetIsDroppedAndCannotBeReferenced) {
+    auto bytes = [](uint32_t favourite) {
+        return kNodeStart + U32(2) + New("TestLeaf") + Leaf(1, 0, 0, "x")  // object 1
+               + New("TestLeaf") + Leaf(2, 0, 0, "x")                      // object 2
+               + Ref(favourite) + U32(0);
+    };
+    std::unique_ptr<TestNode> node = Load<TestNode>(bytes(1));
+    ASSERT_EQ(node->tagged.size(), 1u);
+    EXPECT_EQ((*node->tagged.begin())->number, 1);
+    EXPECT_EQ(node->favourite, *node->tagged.begin());
+    EXPECT_EQ(ReadFailure(bytes(2)), "reference to released object 2");
+}
+
+TEST_F(Persist, CopiesAndClassesByName) {
+    TestLeaf leaf("mine", 1), other("theirs", 2);
+    TestNode node;
+    for (const Persistent* ignored : {(const Persistent*)nullptr, (const Persistent*)&leaf, (const Persistent*)&node})
+        leaf.CopyFromPointer(ignored);
+    EXPECT_EQ(std::tie(leaf.text, leaf.number), std::make_tuple("mine", 1));
+    leaf.CopyFromPointer(&other);
+    EXPECT_EQ(std::tie(leaf.text, leaf.number), std::make_tuple("theirs", 2));
+
+    EXPECT_EQ(PersistentClassRegistry::Create("NoSuchClass"), nullptr);
+    const std::vector<std::string> names = PersistentClassRegistry::RegisteredNames();
+    EXPECT_NE(std::find(names.begin(), names.end(), "TestShare"), names.end());
+    // The first registration of a name stays.
+    PersistentClassRegistry::RegisterPersistentClass({"TestLeaf", &ClassRegistrar<TestNode>::CreateObject, 0});
+    std::unique_ptr<Persistent> made(PersistentClassRegistry::Create("TestLeaf"));
+    EXPECT_STREQ(made ? made->GetRealClassName() : "null", "TestLeaf");
+}
+
+// Thousands of devices with a few owned objects and back references each:
+// the writer's address table grows many times over.
+TEST_F(Persist, LargeGraph) {
+    TestNode root("component");
+    for (int i = 0; i < 4064; ++i) {
+        TestNode* device = root.AddChild("usbDevice" + std::to_string(i));
+        for (int t = 0; t < 4; ++t) device->leaves.push_back(new TestLeaf("test", t));
+        device->favourite = device->leaves[i % 4];
+    }
+    const std::string bytes = Store(&root);
+    std::unique_ptr<TestNode> back = Load<TestNode>(bytes);
+    EXPECT_EQ(Store(back.get()), bytes);
+    EXPECT_EQ(back->children.at(4063)->favourite, back->children[4063]->leaves[3]);
+}
+
+std::string Contents(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+TEST_F(Persist, StateFileIsWrittenOnCloseOrDestructionReplacingTheOld) {
+    const std::string path = ::testing::TempDir() + "zorbus-state.bin";
+    std::unique_ptr<TestNode> tree(MakeSampleTree());
+    optstream(path) << static_cast<const Persistent*>(tree.get());
+    std::unique_ptr<TestNode> back = Load<TestNode>(iptstream(path));
+    EXPECT_EQ(Store(back.get()), Store(tree.get()));
+    EXPECT_EQ(back->children.at(0)->parent, back.get());
+    TestLeaf leaf("small");
+    optstream out(path);
+    EXPECT_TRUE(out.good());
+    out << static_cast<const Persistent*>(&leaf);
+    EXPECT_EQ(Contents(path), Store(tree.get())) << "written before close";
+    EXPECT_TRUE(out.close());
+    EXPECT_TRUE(out.close()) << "a second close changes nothing";
+    EXPECT_EQ(Contents(path), out.GetBuffer());
+
+    std::ofstream(path, std::ios::binary) << "\x7f" "ELF another program's data";
+    for (const std::string& unreadable : {path, ::testing::TempDir(), path + ".missing"})
+        EXPECT_EQ(Failure([&] { Load<TestNode>(iptstream(unreadable)); }), "not a readable state file");
+    std::remove(path.c_str());
+    optstream unwritable(path + ".missing/state.bin");
+    EXPECT_FALSE(unwritable.close());
+    EXPECT_FALSE(unwritable.good());
+}
+
+TEST_F(Persist, EachFaultIsNamed) {
+    const std::string leafStart = kHeader + New("TestLeaf") + U32(1) + U32(2) + std::string(1, 0);
+    const std::pair<std::string, std::string> cases[] = {
+        {kHeader + New("NoSuchClass") + U32(0), "unknown class NoSuchClass"},
+        {kHeader + U32(7), "unknown pointer tag 7"},
+        {kHeader + New("TestLeaf") + U32(1) + "\x02", "unexpected end of data"},
+        {kNodeStart + U32(0xffffffff), "count 4294967295 exceeds the data"},
+        // 0x40000001 * 4 wraps to 4 in 32 bits, which the bytes left would hold.
+        {kNodeStart + U32(0x40000001) + U32(0), "count 1073741825 exceeds the data"},
+        {leafStart + U32(0x7fffffff) + "abc", "string length 2147483647 exceeds the data"},
+        {kHeader + Ref(5), "reference to object 5 not read yet"},
+        {kHeader + New("TestNode") + Str("n") + kNull + U32(1) + Ref(0), "reference where an owned object is expected"},
+        {kHeader + New("TestNode") + Str("n") + New("TestNode"), "new object where a reference is expected"},
+        {kHeader + New("TestShare") + New("TestNode") + Str("") + kNull + U32(0) + U32(0) + U32(0) + kNull + U32(0),
+         "shared object of the wrong class"},
+        {kNodeStart + U32(0) + Ref(0) + U32(0), "reference to an object of the wrong class"},
+        {"<?xml version=\"1.0\"?><state/>", "not a readable state file"},
+        {"ZORBUSPX" + U32(1) + kNull, "not a readable state file"},
+        {"ZORBUSPT" + U32(2) + kNull, "not a readable state file"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(ReadFailure(c.first), c.second) << testing::PrintToString(c.first);
+
+    TestLeaf leaf;
+    auto readAsNode = [](iptstream in) {
+        TestNode* wrong = nullptr;
+        in.ReadOwned(wrong);
+        delete wrong;
+    };
+    EXPECT_EQ(Failure([&] { readAsNode(iptstream::FromMemory(Store(&leaf))); }), "object of the wrong class");
+    iptstream closed = iptstream::FromMemory(Store(&leaf));
+    closed.close();
+    EXPECT_FALSE(closed.good());
+    EXPECT_EQ(Failure([&] { readAsNode(std::move(closed)); }), "not a readable state file");
+}
+
+TEST_F(Persist, EveryTruncationAndBitFlipFailsCleanlyOrGivesAGraph) {
+    std::unique_ptr<TestNode> tree(MakeSampleTree());
+    const std::string bytes = Store(tree.get());
+    ASSERT_EQ(ReadFailure(bytes), "no error");
+    for (size_t length = 0; length < bytes.size(); ++length) {
+        const std::string detail = ReadFailure(bytes.substr(0, length));
+        ASSERT_NE(detail, "no error") << "cut at " << length;
+        ASSERT_EQ(detail == "not a readable state file", length < 12) << "cut at " << length;
+    }
+    int accepted = 0;
+    for (size_t i = 0; i < bytes.size() * 8; ++i) {
+        std::string damaged = bytes;
+        damaged[i / 8] = static_cast<char>(damaged[i / 8] ^ (1 << (i % 8)));
+        accepted += ReadFailure(damaged) == "no error";
+    }
+    // Flips in text are harmless; flips in tags, counts and lengths are not.
+    EXPECT_GT(accepted, 0);
+    EXPECT_LT(accepted, static_cast<int>(bytes.size() * 8));
+}
+
+TEST_F(Persist, NestingIsBounded) {
+    auto chain = [](int depth) {
+        TestNode top;
+        for (TestNode* node = &top; --depth > 0;) node = node->AddChild("");
+        return Store(&top);
+    };
+    EXPECT_EQ(ReadFailure(chain(256)), "no error");
+    EXPECT_EQ(ReadFailure(chain(257)), "objects nested deeper than 256 levels");
+    std::string deep = kHeader;  // far deeper than the stack could follow
+    for (int i = 0; i < 100000; ++i) deep += New("TestNode") + Str("") + kNull + U32(0) + U32(0) + U32(0) + kNull
+                                             + U32(1);
+    EXPECT_EQ(ReadFailure(deep), "objects nested deeper than 256 levels");
+}
+
+}  // namespace

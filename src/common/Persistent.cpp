@@ -336,8 +336,11 @@ Persistent* iptstream::ReadPointer(Kind kind) {
         const size_t index = table.size();
         try {
             table.push_back(object);
+            reading.push_back(object);
             object->ReadAndWrite(*this, ptRead, 0);
+            reading.pop_back();
         } catch (...) {
+            reading.pop_back();
             // What was read inside the object went with it (or was never
             // kept); no later reference may reach any of it.
             if (index < table.size())
@@ -350,6 +353,10 @@ Persistent* iptstream::ReadPointer(Kind kind) {
     default:
         throw PersistenceError("unknown pointer tag " + std::to_string(tag));
     }
+}
+
+bool iptstream::BeingRead(const Persistent* object) const {
+    return std::find(reading.begin(), reading.end(), object) != reading.end();
 }
 
 iptstream& iptstream::operator>>(Persistent*& object) {

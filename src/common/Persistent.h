@@ -181,6 +181,9 @@ private:
     size_t position = 0;
     unsigned depth = 0;
     std::vector<Persistent*> table;  // by index
+    // Objects whose fields are being read right now, outermost first.
+    std::vector<const Persistent*> reading;
+    bool BeingRead(const Persistent* object) const;
 };
 
 template <class T>
@@ -207,6 +210,9 @@ template <class T>
 void iptstream::ReadShared(T*& object) {
     const size_t known = table.size();
     Persistent* p = ReadPointer(Kind::Any);
+    // A share of an object that is not whole yet would let its new holder
+    // release it under the reader's feet.
+    if (p && table.size() == known && BeingRead(p)) throw PersistenceError("shared object that is still being read");
     T* typed = p ? dynamic_cast<T*>(p) : nullptr;
     if (p && !typed) {
         // Nobody else holds an object made by this very read.

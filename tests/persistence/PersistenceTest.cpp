@@ -340,6 +340,8 @@ TEST_F(Persist, EachFaultIsNamed) {
         {kHeader + New("TestNode") + Str("n") + New("TestNode"), "new object where a reference is expected"},
         {kHeader + New("TestShare") + New("TestNode") + Str("") + kNull + U32(0) + U32(0) + U32(0) + kNull + U32(0),
          "shared object of the wrong class"},
+        // A share of itself: its new holder could free it while it is read.
+        {kHeader + New("TestShare") + Ref(0), "shared object that is still being read"},
         {kNodeStart + U32(0) + Ref(0) + U32(0), "reference to an object of the wrong class"},
         {"<?xml version=\"1.0\"?><state/>", "not a readable state file"},
         {"ZORBUSPX" + U32(1) + kNull, "not a readable state file"},

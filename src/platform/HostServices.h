@@ -18,4 +18,23 @@ uint64_t nvxGetCpuAvailMask();
 // Lets the calling thread run on the processors of `mask`. Fallback:
 // sched_setaffinity; returns 0 on success.
 int nvxSetTaskAffinity(uint64_t mask);
+// One byte of the configuration space of PCI function bus:device.function
+// (domain 0) at byte `offset`. An absent function or a byte that cannot be
+// read answers all ones, as the bus does for nothing there. Fallback: the
+// kernel's sysfs "config" files.
+uint8_t nvxGetPciConfigBYTE(int bus, int device, int function, int offset);
+// The 32-bit register number `reg` (byte offset reg * 4, so 4 to 9 are the
+// base address registers) of the same space; all ones as above.
+uint32_t nvxGetPciConfigDWORD(int bus, int device, int function, int reg);
+// Copies `length` bytes of physical memory at addressHigh:addressLow into
+// `buffer`; `flags` must be 0. Returns 0 on success; on failure -1, with
+// the buffer zeroed. Fallback: /dev/mem (root only).
+int CopyPhysicalMemory(void* buffer, uint32_t addressLow, uint32_t addressHigh, uint32_t length, int flags);
 }
+
+#include <string>
+
+// For unit tests only: the folder of PCI functions (in place of
+// "/sys/bus/pci/devices") and the physical memory file (in place of
+// "/dev/mem") that the fallbacks read. Empty texts restore the fixed paths.
+void SetHostServicePathsForTests(const std::string& pciDevices, const std::string& physicalMemory);

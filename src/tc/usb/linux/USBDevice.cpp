@@ -7,6 +7,8 @@
 #include "common/Translate.h"
 #include "common/xmldef.h"
 #include "platform/HostServices.h"
+#include "tc/usb/linux/DescTest.h"
+#include "tc/usb/linux/LoopbackTest.h"
 #include "tc/usb/linux/RootHubProbe.h"
 #include "tc/usb/linux/RootHubTest.h"
 #include "tc/usb/linux/usbxml.h"
@@ -120,8 +122,8 @@ void USBDevice::AddTests(XmlObject& xml, bool factory, bool forCatalog) {
     // One line per test, in the published order.
     AddTestAndId(new RootHubTest(this), xml);
     if (factory) {
-        // Factory mode: the descriptor test (DescTest) joins here.
-        // Factory mode: the loopback test (usbLoopbackTest) joins here.
+        AddTestAndId(new DescTest(this), xml);
+        AddTestAndId(new usbLoopbackTest(this), xml);
     }
     // Both modes: the file write compare test (FileWriteCompareTest) joins here.
     if (!forCatalog) {

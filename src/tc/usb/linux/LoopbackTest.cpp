@@ -1,0 +1,119 @@
+#include "tc/usb/linux/LoopbackTest.h"
+
+#include <unistd.h>
+
+#include <memory>
+
+#include "common/StringUtil.h"
+#include "common/Translate.h"
+#include "common/TvkError.h"
+#include "tc/usb/linux/USBDevice.h"
+#include "tc/usb/linux/USBInfoReader.h"
+#include "tc/usb/linux/USBtree.h"
+#include "tc/usb/linux/usbxml.h"
+
+#if __has_include("tc/usb/linux/newUSBDevice.h")
+#include "tc/usb/linux/newUSBDevice.h"
+#define ZORBUS_HAVE_NEW_USB_DEVICE 1
+#endif
+
+USBInfoReader* (*usbLoopbackTest::readerForTests)() = nullptr;
+unsigned int (*usbLoopbackTest::pause)(unsigned int) = ::sleep;
+
+namespace {
+
+// The parsed tree is nobody else's: drop it on every way out.
+class TreeFinisher {
+public:
+    explicit TreeFinisher(USBtree& tree) : tree(tree) {}
+    ~TreeFinisher() { tree.FinishTest(); }
+    TreeFinisher(const TreeFinisher&) = delete;
+    TreeFinisher& operator=(const TreeFinisher&) = delete;
+
+private:
+    USBtree& tree;
+};
+
+void SetCatalogueValues(usbLoopbackTest& test) {
+    test.caption = Translate("USB 2.0 Loopback Test");
+    test.description = Translate("Factory USB 2.0 loopback speed test");
+    test.interactive = true;
+    test.requiresEquipment = true;
+    test.complete = true;
+    test.fieldtest = true;
+    test.requiresMedia = false;
+    test.requiresWindow = false;
+    test.quick = false;
+    test.localOnly = false;
+    test.singleThread = false;
+}
+
+}  // namespace
+
+usbLoopbackTest::usbLoopbackTest(USBDevice* usbDevice) : Test(usbxml::usbLoopbackTest, usbDevice) {
+    useMountedDevicesFile = false;
+    SetCatalogueValues(*this);
+}
+
+#ifdef ZORBUS_HAVE_NEW_USB_DEVICE
+usbLoopbackTest::usbLoopbackTest(newUSBDevice* usbDevice) : Test(usbxml::usbLoopbackTest, usbDevice) {
+#else
+// Until the lsusb road's device class exists no object of it can, so the
+// only argument there can be is null.
+usbLoopbackTest::usbLoopbackTest(newUSBDevice*) : Test(usbxml::usbLoopbackTest, nullptr) {
+#endif
+    useMountedDevicesFile = true;
+    SetCatalogueValues(*this);
+}
+
+usbLoopbackTest::usbLoopbackTest(const usbLoopbackTest& other)
+    : Test(other), useMountedDevicesFile(other.useMountedDevicesFile), numberDevices(other.numberDevices) {
+    for (Parameter*& entry : parameters.parameters)
+        if (entry == &other.numberDevices) entry = &numberDevices;
+}
+
+void usbLoopbackTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
+    Test::ReadAndWrite(stream, dir, 0);
+}
+
+void usbLoopbackTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
+
+void usbLoopbackTest::SetParameters() {
+    numberDevices.Set(usbxml::numberdevices, Translate("Number of USB devices to test"),
+                      Translate("Number of USB devices to test"), 0, 0, 8);
+    AddParameter(&numberDevices);
+}
+
+void usbLoopbackTest::CompareResultsAndThrowError(int expected, int found) {
+    const std::string detail = strprintf("expected: %d, found: %d", expected, found);
+    if (expected != found) throw TvkError("Number of USB 2.0 devices found did not match parameter", detail, "");
+}
+
+bool usbLoopbackTest::DoRun(const XmlObject&) {
+    const int expected = numberDevices.value;
+    std::unique_ptr<USBInfoReader> reader(readerForTests ? readerForTests() : new USBInfoReader());
+    if (useMountedDevicesFile)
+        reader->setMountedDevicesFile();
+    else
+        reader->setDevicesFile();
+
+    USBtree tree;
+    TreeFinisher finish(tree);
+    // A file that does not open leaves the tree empty and the count 0.
+    tree.GrowUSBtree(reader.get());
+    const int found = static_cast<int>(tree.usb20Devices.size());
+    try {
+        CompareResultsAndThrowError(expected, found);
+    } catch (const TvkError&) {
+        const std::string text = strprintf("%s... %s=%d  %s=%d", Translate("Verify all USB loopbacks are installed").c_str(),
+                                           Translate("Found").c_str(), found, Translate("Expected").c_str(), expected);
+        // Time for the operator to look before and after the answer.
+        pause(5);
+        PromptUser(text, Translate("OK"), "", "", "");
+        pause(10);
+        throw;
+    }
+    return true;
+}
+
+static ClassRegistrar<usbLoopbackTest> usbLoopbackTestClassRegistrar;

@@ -3,6 +3,8 @@
 # diagnostics host would against the bundled example machine (a fixture
 # tree run under umockdev; stub mount/sync/lsusb that do nothing): the
 # catalogue, discovery in field and in factory mode, and a root hub test.
+# The host program prints them as tables, log lines and results; add --xml
+# to its options below for the component's own XML.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -20,8 +22,10 @@ host() {
         umockdev-wrapper "$root/build/normal/zorbus-host" "$@")
 }
 
+status=0
 echo "### field mode: catalogue, discovery, root hub test"
-host catalog id '<runTest device="usbDevice0" test="rootHubTest" component="libzorbus.so"/>'
+host catalog id test usbDevice0 rootHubTest || status=$?
 echo
 echo "### factory mode: catalogue and discovery"
-host --factory catalog id
+host --factory catalog id || status=$?
+exit "$status"

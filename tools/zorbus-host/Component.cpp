@@ -1,0 +1,54 @@
+#include "Component.h"
+
+#include <dlfcn.h>
+#include <limits.h>
+#include <unistd.h>
+
+namespace host {
+
+namespace {
+
+template <class F>
+bool Bind(void* handle, F& target, const char* name, std::string& error) {
+    target = reinterpret_cast<F>(dlsym(handle, name));
+    if (!target && error.empty()) error = std::string("the library has no entry point ") + name;
+    return target != nullptr;
+}
+
+}  // namespace
+
+bool Component::Load(const std::string& path, std::string& error) {
+    void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle) {
+        const char* why = dlerror();
+        error = "cannot load " + path + ": " + (why ? why : "unknown reason");
+        return false;
+    }
+    error.clear();
+    Bind(handle, Initialize, "Initialize", error);
+    Bind(handle, Uninitialize, "Uninitialize", error);
+    Bind(handle, SetCallback, "SetCallback", error);
+    Bind(handle, ExecuteXMLCommand, "ExecuteXMLCommand", error);
+    Bind(handle, FreeLastSetCallbackResult, "FreeLastSetCallbackResult", error);
+    Bind(handle, FreeLastExecuteXMLCommandResult, "FreeLastExecuteXMLCommandResult", error);
+    Bind(handle, InitializeTCTranslator, "InitializeTCTranslator", error);
+    return error.empty();
+}
+
+std::string Component::Execute(const std::string& xml) {
+    char* answer = ExecuteXMLCommand(xml.c_str());
+    std::string text = answer ? answer : "";
+    FreeLastExecuteXMLCommandResult();
+    return text;
+}
+
+std::string ProgramFolder() {
+    char self[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n <= 0) return "./";
+    self[n] = '\0';
+    std::string folder(self);
+    return folder.erase(folder.find_last_of('/') + 1);
+}
+
+}  // namespace host

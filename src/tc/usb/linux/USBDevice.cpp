@@ -11,6 +11,8 @@
 #include "tc/usb/linux/LoopbackTest.h"
 #include "tc/usb/linux/RootHubProbe.h"
 #include "tc/usb/linux/RootHubTest.h"
+#include "tc/usb/linux/UsbPortTest.h"
+#include "tc/usb/linux/filewtcmptest.h"
 #include "tc/usb/linux/usbxml.h"
 
 int USBDevice::fieldDeviceCounter = 0;
@@ -125,9 +127,9 @@ void USBDevice::AddTests(XmlObject& xml, bool factory, bool forCatalog) {
         AddTestAndId(new DescTest(this), xml);
         AddTestAndId(new usbLoopbackTest(this), xml);
     }
-    // Both modes: the file write compare test (FileWriteCompareTest) joins here.
+    AddTestAndId(new FileWriteCompareTest(this), xml);
     if (!forCatalog) {
-        // Identified controllers only: the USB port test (UsbPortTest) joins here.
+        AddTestAndId(new UsbPortTest(this), xml);
     }
 }
 

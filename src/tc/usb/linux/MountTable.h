@@ -1,0 +1,27 @@
+// What is mounted on this machine, from the kernel's mount table. The
+// storage tests write straight to drives and remove their mount directory;
+// both must never reach into a mounted file system.
+#pragma once
+
+#include <string>
+#include <vector>
+
+struct MountEntry {
+    std::string source;  // the device, as the table names it
+    std::string target;  // the mount point
+};
+
+// The entries of a mount table text (the kernel's format, with its octal
+// escapes for blanks and the like undone).
+std::vector<MountEntry> ParseMountTable(const std::string& text);
+
+// The table of this process: /proc/self/mounts, else /proc/mounts. Empty
+// when neither can be read.
+std::vector<MountEntry> ReadMountTable();
+
+// True when `device` or one of its partitions ("/dev/sdb1", "/dev/nvme0n1p2",
+// also when named through a link) is the source of an entry.
+bool IsDeviceOrPartitionMounted(const std::vector<MountEntry>& table, const std::string& device);
+
+// True when something is mounted at `directory` or anywhere below it.
+bool HasMountAtOrBelow(const std::vector<MountEntry>& table, const std::string& directory);

@@ -202,9 +202,14 @@ std::vector<std::string> OfferedTests(bool factory, bool catalog) {
     // descriptor and loopback tests (factory mode), the file write compare
     // test and the USB port test (identified controllers only) join these
     // lists as they are written.
-    (void)factory;
-    (void)catalog;
-    return {"rootHubTest"};
+    std::vector<std::string> tests{"rootHubTest"};
+    if (factory) {
+        tests.push_back("descTest");
+        tests.push_back("usbLoopbackTest");
+    }
+    tests.push_back("FileWriteCompareTest");
+    if (!catalog) tests.push_back("UsbPortTest");
+    return tests;
 }
 
 std::string LogEvent(const std::string& caption, const std::string& description) {

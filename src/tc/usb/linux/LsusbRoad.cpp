@@ -1,6 +1,11 @@
 #include "tc/usb/linux/LsusbRoad.h"
 
-void AddLsusbDevice(DeviceSet&, const std::string&) {
-    // Not written yet: the device class of this road (newUSBDevice) comes
-    // later. Until then a block adds nothing to the set.
+#include <memory>
+
+#include "tc/usb/linux/newUSBDevice.h"
+
+void AddLsusbDevice(DeviceSet& devices, const std::string& block) {
+    std::unique_ptr<newUSBDevice> device(new newUSBDevice(block));
+    // The set owns the device from here on; one whose name is taken goes.
+    if (devices.insert(device.get()).second) device.release();
 }

@@ -4,6 +4,7 @@
 #include "tc/framework/Test.h"
 
 class USBDevice;
+class newUSBDevice;
 
 class RootHubTest : public Test {
 public:
@@ -15,6 +16,24 @@ public:
     void CopyFromPointer(const Persistent* other) override;
     const char* GetRealClassName() const override { return "RootHubTest"; }
     Persistent* CreateCopy() const override { return new RootHubTest(*this); }
+
+    // Never locks its device.
+    bool LocksDevice() override;
+    // The first root hub's node must open; the device under test is not looked at.
+    bool DoRun(const XmlObject& command) override;
+};
+
+// The same test for a device of the lsusb road.
+class newusbRootHubTest : public Test {
+public:
+    // The registry's default object.
+    newusbRootHubTest() = default;
+    explicit newusbRootHubTest(newUSBDevice* device);
+
+    void ReadAndWrite(ptstream& stream, direction dir, unsigned int version) override;
+    void CopyFromPointer(const Persistent* other) override;
+    const char* GetRealClassName() const override { return "newusbRootHubTest"; }
+    Persistent* CreateCopy() const override { return new newusbRootHubTest(*this); }
 
     // Never locks its device.
     bool LocksDevice() override;

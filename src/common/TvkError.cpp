@@ -39,18 +39,24 @@ std::string TvkWarning::GetXml() const {
     attribute(xmldef::detail, detail);
     if (!extra.empty()) attribute("extra", extra);
     if (!referenceA.empty() || !referenceB.empty()) attribute(xmldef::reference, referenceA + ", " + referenceB);
-    const std::string text = GetText();
-    std::string escaped;
-    XmlAppendEscaped(escaped, text, false);
-    if (escaped.empty()) {
-        out += "/>";
-    } else {
-        out += '>';
-        out += escaped;
-        out += "</";
-        out += tag;
-        out += '>';
+    // The text is the message, then ": " and the detail, written straight
+    // in; a NUL ends it, which only the slow road handles.
+    if (message.find('\0') != std::string::npos) {
+        std::string escaped;
+        XmlAppendEscaped(escaped, GetText(), false);
+        if (escaped.empty()) return out += "/>";
+        return out.append(">").append(escaped).append("</").append(tag).append(">");
     }
+    if (message.empty() && detail.empty()) return out += "/>";
+    out += '>';
+    XmlAppendEscaped(out, message, false);
+    if (!detail.empty()) {
+        out += ": ";
+        XmlAppendEscaped(out, detail, false);
+    }
+    out += "</";
+    out += tag;
+    out += '>';
     return out;
 }
 

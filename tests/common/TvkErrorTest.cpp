@@ -46,6 +46,15 @@ TEST(TvkError, MarkupInTextsParsesBack) {
     EXPECT_EQ("<e>", x.GetAttributeValue("extra"));
     EXPECT_EQ("A&B, <C>", x.GetAttributeValue("reference"));
     EXPECT_EQ(message + ": " + detail, x.value);
+
+    // The fast writer and the element agree, also where a NUL cuts the text
+    // or only the detail is there.
+    const std::pair<std::string, std::string> texts[] = {
+        {message, detail}, {"", "d"}, {"", ""}, {std::string("ab\0c", 4), "d"}, {std::string("\0", 1), "d"}};
+    for (const auto& t : texts) {
+        const TvkError error(t.first, t.second, "");
+        EXPECT_EQ(error.GetXmlObject().GetXmlString(), error.GetXml()) << t.first << "|" << t.second;
+    }
 }
 
 TEST(TvkError, PlainCopyOfAFrontendErrorIsATvkError) {

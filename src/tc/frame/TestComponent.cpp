@@ -1,6 +1,9 @@
 #include "tc/frame/TestComponent.h"
 
 #include <cstdlib>
+#include <cstring>
+
+#include <strings.h>
 
 #include "common/Debug.h"
 #include "common/StringUtil.h"
@@ -47,8 +50,7 @@ void TestComponent::DiagRunEnd(const XmlObject&) {}
 
 // Whole-name, case-insensitive match of a command name.
 static bool isCommand(const std::string& name, const char* keyword) {
-    std::string k(keyword);
-    return name.size() == k.size() && compare_nocase(name, k, k.size()) == 0;
+    return strcasecmp(name.c_str(), keyword) == 0 && name.size() == std::strlen(keyword);
 }
 
 std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
@@ -96,8 +98,12 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
 std::string TestComponent::ErrorAnswer(const TvkError& error, const std::string& component) {
     buildingCatalog = false;
     try {
-        WriteEventLog(Translate("Error"), std::string(error.GetErrorCode()) + " - " + error.GetMessage() + ";" +
-                                              error.GetText());
+        const std::string& message = error.GetMessage();
+        std::string description(error.GetErrorCode());
+        description.reserve(description.size() + 2 * message.size() + error.GetDetail().size() + 8);
+        description.append(" - ").append(message).append(";").append(message);
+        if (!error.GetDetail().empty()) description.append(": ").append(error.GetDetail());
+        WriteEventLog(Translate("Error"), description);
     } catch (TvkError& sendError) {
         // Without a callback the event cannot go out; the answer still does.
         dbgprintf("Error event not sent: %s\n", sendError.what());

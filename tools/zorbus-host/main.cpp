@@ -108,7 +108,9 @@ std::string PromptReply(const std::string& xml) {
         StopForAnswer("the component asks \"" + question +
                       "\", but no --answer is left and standard input is no terminal; give one --answer=... per prompt");
     }
-    return "<diagPromptResponse value=\"" + host::XmlEscape(choice.value) + "\"/>";
+    const std::string reply = "<diagPromptResponse value=\"" + host::XmlEscape(choice.value) + "\"/>";
+    if (display->Raw()) display->Line("reply: " + reply);
+    return reply;
 }
 
 char* OnEvent(const char* text) {

@@ -56,7 +56,9 @@ protected:
     // exit status where the test reads it.
     void Start(const std::string& args) {
         const std::string script = machine + "/session.sh";
-        std::ofstream(script) << "cd " << Quoted(machine + "/run") << "\n"
+        // The shell ignores Ctrl-C, so that it reaches the program alone.
+        std::ofstream(script) << "trap '' INT\n"
+                              << "cd " << Quoted(machine + "/run") << "\n"
                               << "export PATH=" << Quoted(machine + "/stubs") << ":\"$PATH\"\n"
                               << "export UMOCKDEV_DIR=" << Quoted(machine + "/machine") << "\n"
                               << "umockdev-wrapper " << Quoted(HostProgramPath()) << " --state " << Quoted(machine + "/state.bin")
@@ -131,6 +133,21 @@ TEST_F(Terminal, AnswerOptionsGoFirstThenTheOperatorIsAsked) {
     Type("1");
     screen = WaitFor("EXIT=");
     EXPECT_NE(screen.find("EXIT=1"), std::string::npos) << screen;
+}
+
+TEST_F(Terminal, CtrlCAtAPromptCancelsTheTestBeforeItsNextTry) {
+    Start("test usbDevice2 UsbPortTest retries=1");
+    WaitFor("answer (number or caption):");
+    Tmux("send-keys -t cli C-c");
+    WaitFor("zorbus-host: cancel requested");
+    Type("1");
+    const std::string screen = WaitFor("EXIT=");
+    EXPECT_NE(screen.find("Cancel UsbPortTest on usbDevice2: Success (loop 0, record 0)\n"), std::string::npos)
+        << screen;
+    EXPECT_NE(screen.find("Result: UsbPortTest on usbDevice2: canceled in 00:00:"), std::string::npos);
+    // Without the cancel the second try would have asked again.
+    EXPECT_EQ(screen.find("(try #2)"), std::string::npos);
+    EXPECT_NE(screen.find("EXIT=1"), std::string::npos);
 }
 
 }  // namespace

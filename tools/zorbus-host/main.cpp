@@ -113,16 +113,25 @@ std::string PromptReply(const std::string& xml) {
     return reply;
 }
 
+// Sends the cancel that Ctrl-C asked for, once per test. Called from inside
+// the callback only, where a nested command is released before the outer.
+void SendWantedCancel() {
+    if (!cancelWanted || !runningTest || cancelSent) return;
+    cancelSent = true;
+    host::Command cancel = *runningTest;
+    cancel.kind = host::Command::Cancel;
+    display->Answer(cancel, component.Execute(host::CommandXml(cancel, options.component)));
+}
+
 char* OnEvent(const char* text) {
     const std::string xml = text ? text : "";
-    if (cancelWanted && runningTest && !cancelSent) {
-        cancelSent = true;
-        host::Command cancel = *runningTest;
-        cancel.kind = host::Command::Cancel;
-        display->Answer(cancel, component.Execute(host::CommandXml(cancel, options.component)));
+    SendWantedCancel();
+    if (xml.compare(0, 11, "<diagPrompt") == 0 && (xml.size() == 11 || xml[11] == ' ' || xml[11] == '>' || xml[11] == '/')) {
+        char* reply = HostReply(PromptReply(xml));
+        // Ctrl-C at the prompt: the cancel goes before the test goes on.
+        SendWantedCancel();
+        return reply;
     }
-    if (xml.compare(0, 11, "<diagPrompt") == 0 && (xml.size() == 11 || xml[11] == ' ' || xml[11] == '>' || xml[11] == '/'))
-        return HostReply(PromptReply(xml));
     display->Event(xml);
     return nullptr;
 }

@@ -1,5 +1,6 @@
 #include "Xml.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -58,6 +59,14 @@ private:
                         replaced = true;
                         break;
                     }
+                }
+                // Decimal character references of single bytes ("&#10;").
+                const size_t end = raw.find(';', i);
+                if (!replaced && raw.compare(i, 2, "&#") == 0 && end != std::string::npos && end > i + 2 &&
+                    end - i <= 5 && raw.find_first_not_of("0123456789", i + 2) == end) {
+                    out += static_cast<char>(std::atoi(raw.c_str() + i + 2));
+                    i = end + 1;
+                    replaced = true;
                 }
                 if (!replaced) Fail("unknown entity");
             } else {

@@ -218,6 +218,7 @@ Outcome Display::Answer(const Command& command, const std::string& xml) {
         std::fputc('\n', out);
         barShown = false;
     }
+    lastProgress.clear();
     pugi::xml_document document;
     const bool parsed = !xml.empty() && document.load_string(xml.c_str());
     const pugi::xml_node root = document.document_element();

@@ -61,9 +61,10 @@ bool ParseCommandLine(int argc, char** argv, Options& options, std::string& erro
                 options.*flag.field = true;
                 known = true;
             }
-            const bool isAnswer = name == "--answer";
-            for (const ValueOption& option : valueOptions) {
-                if (name != option.name && !isAnswer) continue;
+            const ValueOption* valued = nullptr;
+            for (const ValueOption& option : valueOptions)
+                if (name == option.name) valued = &option;
+            if (valued || name == "--answer") {
                 std::string value;
                 if (equals != std::string::npos) {
                     value = arg.substr(equals + 1);
@@ -73,10 +74,9 @@ bool ParseCommandLine(int argc, char** argv, Options& options, std::string& erro
                     error = name + " needs a value";
                     return false;
                 }
-                if (isAnswer) options.answers.push_back(value);
-                else options.*option.field = value;
+                if (valued) options.*valued->field = value;
+                else options.answers.push_back(value);
                 known = true;
-                break;
             }
             if (!known) {
                 error = "unknown option " + name;

@@ -93,7 +93,7 @@ std::string PromptReply(const std::string& xml) {
         const std::string given = options.answers[nextAnswer++];
         choice = host::ChoosePromptAnswer(given, buttons, buttonPrompt);
         if (!choice.valid) StopForAnswer("--answer=" + given + " does not answer the prompt: " + choice.error);
-        display->Line("answer: " + given + " (from --answer)");
+        if (!display->Raw()) display->Line("answer: " + given + " (from --answer)");
     } else if (isatty(STDIN_FILENO)) {
         for (;;) {
             std::fputs(buttonPrompt && !buttons.empty() ? "answer (number or caption): " : "answer: ", stdout);

@@ -312,3 +312,46 @@ TEST_F(NewUsbDeviceTest, RootHubTestOnThisRoad) {
     EXPECT_EQ(failure(test), "Unable to detect root hub");
     EXPECT_FALSE(device.checkRootHub());
 }
+
+TEST_F(NewUsbDeviceTest, RealLsusbOutputOfAMadeUpMachine) {
+    // lsusb's own order, not bus and device number.
+    const std::vector<XmlObject> xml = Discover(LsusbFixture("lsusb_real/machine.lsusb"));
+    ASSERT_EQ(xml.size(), 6u);
+    const std::vector<std::string> heads = {
+        "USB Device 1 / USB 10/100/1000 LAN - Realtek",
+        "USB Device 2 / Cruzer Blade - SanDisk",
+        "USB Device 3 / USB2.0 Hub - 0x05e3",
+        "USB Device 4 / EHCI Host Controller - Linux 6.1.0-13-amd64 ehci_hcd",
+        "USB Device 5 / USB Optical Mouse - Logitech",
+        "USB Device 6 / UHCI Host Controller - Linux 6.1.0-13-amd64 uhci_hcd",
+    };
+    for (size_t i = 0; i < xml.size(); ++i) EXPECT_EQ(Head(xml[i]), heads[i]) << i;
+    EXPECT_EQ(Properties(xml[1]), (PropertyList{{usbxml::TypeInfo, "2.00"}, {usbxml::SerialNumber, "4C530001090312117392"}}));
+    PropertyList ehci = RootHubProperties("2.00", "0000:00:1d.7", " Port 1: 0000.0503 highspeed power enable connect");
+    ehci.back().second = " Port 2: 0000.0503 highspeed power enable connect";
+    EXPECT_EQ(Properties(xml[3]), ehci);
+    EXPECT_EQ(TestNames(xml[3]), ControllerTests(false));
+    EXPECT_EQ(Properties(xml[5]), RootHubProperties("1.10", "0000:00:1d.0", " Port 1: 0000.0303 lowspeed power enable connect"));
+    EXPECT_EQ(TestNames(xml[5]), ControllerTests(false));
+    const PropertyList hub = Properties(xml[2]);
+    ASSERT_GE(hub.size(), 6u);
+    EXPECT_EQ(hub[2].second, " 6") << "the device qualifier's type is the hub block's last";
+    EXPECT_EQ(hub[5].second, " 4");
+    for (size_t i : {0u, 1u, 2u, 4u}) EXPECT_TRUE(TestNames(xml[i]).empty()) << i;
+
+    // The records behind the mouse and the two configurations.
+    newUSBDevice* mouse = nullptr;
+    newUSBDevice* adapter = nullptr;
+    for (Device* d : component.devices) {
+        newUSBDevice* usb = dynamic_cast<newUSBDevice*>(d);
+        ASSERT_NE(usb, nullptr);
+        if (usb->deviceInfo.find("046d:c077") != std::string::npos) mouse = usb;
+        if (usb->deviceInfo.find("0bda:8153") != std::string::npos) adapter = usb;
+    }
+    ASSERT_TRUE(mouse && adapter);
+    const USBInterfaces& hidInterface = *mouse->devicesNode->configurations.at(0)->interfaces.at(0);
+    ASSERT_EQ(hidInterface.getNumHidObjects(), 1);
+    EXPECT_EQ(hidInterface.hidDevices[0]->wDescriptorLength, " 46");
+    EXPECT_EQ(adapter->devicesNode->getNumObjects(), 2);
+    EXPECT_EQ(adapter->devicesNode->configurations[1]->bConfigurationValue, "");
+}

@@ -8,6 +8,7 @@
 #include "common/TvkError.h"
 #include "common/xmldef.h"
 #include "platform/HostServices.h"
+#include "tc/usb/linux/LoopbackTest.h"
 #include "tc/usb/linux/RootHubProbe.h"
 #include "tc/usb/linux/RootHubTest.h"
 #include "tc/usb/linux/USBInfoReader.h"
@@ -143,7 +144,7 @@ void newUSBDevice::id(XmlObject& xml) {
             if (product.find("Controller") != std::string::npos) {
                 AddTestAndId(new newusbRootHubTest(this), xml);
                 if (nvxIsFactory() != 0) {
-                    // Factory mode: the loopback test (usbLoopbackTest) joins here.
+                    AddTestAndId(new usbLoopbackTest(this), xml);
                 }
                 AddTestAndId(new FileWriteCompareTest(this), xml);
             }

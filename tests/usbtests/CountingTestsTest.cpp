@@ -11,6 +11,7 @@
 #include "tc/usb/linux/SpeedTest.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBtree.h"
+#include "tc/usb/linux/newUSBDevice.h"
 #include "usb/LiteralReader.h"
 
 int g_factory = 0;
@@ -158,9 +159,10 @@ TEST_F(CountingTest, LoopbackTestCountsHighSpeedStorageAndPromptsOnAMismatch) {
 }
 
 TEST_F(CountingTest, LoopbackOnTheLsusbRoadReadsTheKernelFileDirectly) {
-    usbLoopbackTest test(static_cast<newUSBDevice*>(nullptr));
+    newUSBDevice lsusbDevice("");
+    usbLoopbackTest test(&lsusbDevice);
     EXPECT_TRUE(test.useMountedDevicesFile);
-    test.device = &device;
+    EXPECT_EQ(test.device, &lsusbDevice);
     g_reader.opens = false;  // no devices file: nothing found
     EXPECT_EQ(Run(test, "").first, "passed");
     EXPECT_EQ(g_reader.chosen, 0) << "lsusb must not run";

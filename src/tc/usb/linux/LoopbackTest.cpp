@@ -10,12 +10,8 @@
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBInfoReader.h"
 #include "tc/usb/linux/USBtree.h"
-#include "tc/usb/linux/usbxml.h"
-
-#if __has_include("tc/usb/linux/newUSBDevice.h")
 #include "tc/usb/linux/newUSBDevice.h"
-#define ZORBUS_HAVE_NEW_USB_DEVICE 1
-#endif
+#include "tc/usb/linux/usbxml.h"
 
 USBInfoReader* (*usbLoopbackTest::readerForTests)() = nullptr;
 unsigned int (*usbLoopbackTest::pause)(unsigned int) = ::sleep;
@@ -55,13 +51,7 @@ usbLoopbackTest::usbLoopbackTest(USBDevice* usbDevice) : Test(usbxml::usbLoopbac
     SetCatalogueValues(*this);
 }
 
-#ifdef ZORBUS_HAVE_NEW_USB_DEVICE
 usbLoopbackTest::usbLoopbackTest(newUSBDevice* usbDevice) : Test(usbxml::usbLoopbackTest, usbDevice) {
-#else
-// Until the lsusb road's device class exists no object of it can, so the
-// only argument there can be is null.
-usbLoopbackTest::usbLoopbackTest(newUSBDevice*) : Test(usbxml::usbLoopbackTest, nullptr) {
-#endif
     useMountedDevicesFile = true;
     SetCatalogueValues(*this);
 }

@@ -1,0 +1,60 @@
+// One device's `lsusb -v` text of any content, as the lsusb road hands it to
+// its device: parsed into records and published (in either mode, from any
+// state of the class-wide gates), stored and read back. The only failures
+// allowed are the TvkError and the out-of-range cut the parser documents;
+// never a crash, an overrun, a leak or runaway growth. The first byte picks
+// the mode and the gates the parse starts with.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "common/Persistent.h"
+#include "common/TvkError.h"
+#include "common/XmlObject.h"
+#include "tc/frame/USBTestComponent.h"
+#include "tc/usb/linux/newUSBDevice.h"
+
+static int factoryMode = 0;
+extern "C" int nvxIsFactory() { return factoryMode; }
+
+static char* IgnoreEvent(const char*) { return nullptr; }
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const uint8_t flags = size > 0 ? data[0] : 0;
+    const std::string text(reinterpret_cast<const char*>(data) + (size > 0 ? 1 : 0), size > 0 ? size - 1 : 0);
+    factoryMode = flags & 1;
+    newUSBDevice::bDeviceDescriptor = flags & 2;
+    newUSBDevice::bConfigurationDescriptor = flags & 4;
+    newUSBDevice::bInterfaceDescriptor = flags & 8;
+    newUSBDevice::bEndpointDescriptor = flags & 16;
+    newUSBDevice::bHubDescriptor = flags & 32;
+    newUSBDevice::bHidDeviceDescriptor = flags & 64;
+
+    USBTestComponent component;
+    component.eventCallback = IgnoreEvent;
+    pTestComponent = &component;
+    {
+        newUSBDevice device(text);
+        try {
+            XmlObject element(device.ID((flags & 128) != 0));
+        } catch (const std::out_of_range&) {
+            // A keyword with nothing behind it on the first line.
+        } catch (const TvkError&) {
+        }
+        optstream out;
+        out << static_cast<const Persistent*>(&device);
+        Persistent* read = nullptr;
+        try {
+            iptstream in = iptstream::FromMemory(out.GetBuffer());
+            in >> read;
+        } catch (const TvkError&) {
+            __builtin_trap();  // what was just written must read back
+        }
+        std::unique_ptr<Persistent> restored(read);
+        if (!dynamic_cast<newUSBDevice*>(restored.get())) __builtin_trap();
+    }
+    pTestComponent = nullptr;
+    return 0;
+}

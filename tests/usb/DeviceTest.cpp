@@ -59,7 +59,7 @@ TEST_F(UsbDeviceTest, FieldModeGivesOneDevicePerNode) {
                                                 {usbxml::PortTotal, "6"}}));
     EXPECT_EQ(PropertyCaption(xml[0], usbxml::TypeInfo), "USB Type");
     EXPECT_EQ(PropertyCaption(xml[0], usbxml::PortTotal), "Total Number of Ports");
-    EXPECT_EQ(TestNames(xml[0]), std::vector<std::string>{"rootHubTest"});
+    EXPECT_EQ(TestNames(xml[0]), (std::vector<std::string>{"rootHubTest", "FileWriteCompareTest", "UsbPortTest"}));
 
     EXPECT_EQ(Head(xml[1]), "USB Device " + N(d + 2) + " /          SanDisk  Cruzer");
     EXPECT_EQ(Properties(xml[1]),
@@ -135,7 +135,9 @@ TEST_F(UsbDeviceTest, FactoryModeWithAnExternalHub) {
     EXPECT_EQ(Properties(xml[1])[1], std::make_pair(std::string(usbxml::DeviceType), std::string("General Purpose USB Hub")));
     EXPECT_EQ(Caption(xml[2]), "USB 1.10 Controller  " + N(c + 1) + " Port 2");
     EXPECT_EQ(Caption(xml[3]), "USB Controller " + N(c + 2));
-    EXPECT_EQ(TestNames(xml[3]), std::vector<std::string>{"rootHubTest"});
+    EXPECT_EQ(TestNames(xml[3]), (std::vector<std::string>{"rootHubTest", "descTest", "usbLoopbackTest",
+                                                           "FileWriteCompareTest", "UsbPortTest"}))
+        << "a hub stands as a controller of its own and offers what a controller offers";
     EXPECT_EQ(Caption(xml[4]), "USB 1.10 Controller  " + N(c + 2) + " Port 1");
     EXPECT_EQ(Caption(xml[6]), "USB Controller " + N(c + 2) + " Port 3");
     EXPECT_EQ(Caption(xml[7]), "USB 1.10 Controller  " + N(c + 2) + " Port 4");

@@ -14,10 +14,7 @@
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/UsbMount.h"
 #include "tc/usb/linux/usbxml.h"
-#if __has_include("tc/usb/linux/newUSBDevice.h")
 #include "tc/usb/linux/newUSBDevice.h"
-#define ZORBUS_HAVE_NEW_USB_DEVICE 1
-#endif
 
 namespace {
 
@@ -31,11 +28,9 @@ UsbPortTest::UsbPortTest() { Setup(); }
 
 UsbPortTest::UsbPortTest(USBDevice* usbDevice) : Test(usbxml::UsbPortTest, usbDevice) { Setup(); }
 
-#ifdef ZORBUS_HAVE_NEW_USB_DEVICE
 // No flow offers this test on the lsusb road; a run there ends at once for
 // want of a devices-file node.
 UsbPortTest::UsbPortTest(newUSBDevice* usbDevice) : Test(usbxml::UsbPortTest, usbDevice) { Setup(); }
-#endif
 
 UsbPortTest::UsbPortTest(const UsbPortTest& other)
     : Test(other), numUSBdrives(other.numUSBdrives), mountDirectory(other.mountDirectory) {

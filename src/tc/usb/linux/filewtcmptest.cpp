@@ -20,10 +20,7 @@
 #include "tc/usb/linux/USBInfoReader.h"
 #include "tc/usb/linux/USBtree.h"
 #include "tc/usb/linux/usbxml.h"
-#if __has_include("tc/usb/linux/newUSBDevice.h")
 #include "tc/usb/linux/newUSBDevice.h"
-#define ZORBUS_HAVE_NEW_USB_DEVICE 1
-#endif
 
 namespace {
 
@@ -91,13 +88,11 @@ FileWriteCompareTest::FileWriteCompareTest(USBDevice* usbDevice) : Test(usbxml::
     Setup(usbDevice);
 }
 
-#ifdef ZORBUS_HAVE_NEW_USB_DEVICE
 FileWriteCompareTest::FileWriteCompareTest(newUSBDevice* usbDevice)
     : Test(usbxml::filewritecomparetest, usbDevice) {
     Setup(usbDevice);
     useMountedDevicesFile = true;
 }
-#endif
 
 FileWriteCompareTest::FileWriteCompareTest(const FileWriteCompareTest& other)
     : Test(other),

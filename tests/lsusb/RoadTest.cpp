@@ -1,55 +1,35 @@
-// The discovery road from `lsusb -v` text: counting first lines, cutting
-// device texts (the reformatted form, the trace file), the failures, blocks
-// cut off at the end, many devices; and the records' life: ownership,
-// registration and stored form.
-#include <gtest/gtest.h>
-
-#include <fstream>
+// Discovery from `lsusb -v` text: counting first lines, cutting device texts
+// (reformatted, with a trace file), failures, blocks cut off, many devices;
+// and the records' life: ownership, registration, stored forms and copies.
 #include <memory>
-#include <sstream>
 
-#include "LsusbSupport.h"
 #include "common/TvkError.h"
-#include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/newUSBDevice.h"
-#include "usb/LiteralReader.h"
+#include "usb/UsbTestSupport.h"
+
+std::vector<std::string> DeviceTexts(const std::string& raw);
 
 namespace {
 
-class LsusbRoadTest : public LsusbComponentTest {
+class LsusbRoadTest : public UsbComponentTest {
 protected:
-    std::string FailureOf(const std::string& raw, bool opens = true) {
-        LiteralReader reader(raw, opens);
-        try {
-            ParseWithLsusbDevices(reader, component.devices);
-        } catch (const TvkError& error) {
-            EXPECT_FALSE(reader.isOpen);
-            return error.GetMessage();
-        }
-        return "no failure";
-    }
+    TempDir work{true};
 };
 
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-std::string Generated(int devices) {
-    std::string raw;
-    for (int i = 0; i < devices; ++i)
-        raw += "\nBus 001 Device " + std::to_string(i) + ": ID 0781:5567\nDevice Descriptor:\n  iProduct 2 Stick " +
-               std::to_string(i) + "\nDevice Status:     0x0000\n  (Bus Powered)\n";
-    return raw;
+template <class T>
+std::unique_ptr<T> RoundTrip(const Persistent& object) {
+    optstream out;
+    out << &object;
+    iptstream in = iptstream::FromMemory(out.GetBuffer());
+    T* read = nullptr;
+    in.ReadOwned(read);
+    EXPECT_EQ(in.Remaining(), 0u) << "any other count of strings would shift the fields";
+    return std::unique_ptr<T>(read);
 }
 
 }  // namespace
 
-TEST_F(LsusbRoadTest, DeviceTextsHaveTheReformattedForm) {
-    ScopedWorkDir work;
-    LiteralReader reader(LsusbFixture("machine.txt"));
+TEST_F(LsusbRoadTest, TextIsCutIntoReformattedDeviceTexts) {
+    LiteralReader reader(Fixture("fixtures/lsusb_texts/machine.txt"));
     EXPECT_EQ(getNumberOfUSBDevices(reader), 6);
     const std::vector<std::string> texts = getVecDeviceInfo(reader);
     ASSERT_EQ(texts.size(), 6u);
@@ -58,70 +38,69 @@ TEST_F(LsusbRoadTest, DeviceTextsHaveTheReformattedForm) {
     EXPECT_EQ(texts[0].substr(texts[0].size() - 25), "\n Device Status: 0x0001\n ");
     EXPECT_EQ(texts[3].find(" iManufacturer 1 SanDisk\n"), texts[3].find(" iManufacturer")) << "blanks squeezed";
     EXPECT_EQ(texts[4].find("Self Powered"), std::string::npos) << "lines behind the status belong to nobody";
-    // The parse leaves its trace in the working directory.
-    const std::string trace = ReadFile(work.Path() + "/bang1.txt");
-    EXPECT_NE(trace.find("Bus 001 Device 001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n reformat Bus 001 Device "
-                         "001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n \n"),
-              std::string::npos);
+    EXPECT_NE(work.Read("bang1.txt").find("Bus 001 Device 001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n reformat Bus "
+                                          "001 Device 001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n \n"),
+              std::string::npos)
+        << "the cut leaves its trace in the working directory";
+
+    // A first line without a status line before it goes on in the same block;
+    // an unfinished last block is dropped. Any line with Bus, Device and ID
+    // counts, the last one twice as the buffer is not cleared.
+    const std::string odd = "Bus 001 Device 001: ID 1:1\n iProduct 1 A\nBus 001 Device 002: ID 2:2\nDevice Status: 1\n"
+                            "the Bus, the Device and the ID\nDevice Status: 2\nBus 002 Device 001: ID 1d6b:0001\n";
+    EXPECT_EQ(DeviceTexts(odd), (std::vector<std::string>{
+                                    "Bus 001 Device 001: ID 1:1\n iProduct 1 A\n Bus 001 Device 002: ID 2:2\n Device Status: 1\n ",
+                                    "the Bus, the Device and the ID\n Device Status: 2\n "}));
+    LiteralReader counted(odd);
+    EXPECT_EQ(getNumberOfUSBDevices(counted), 5);
 }
 
-TEST_F(LsusbRoadTest, EachDeviceBlockBecomesADevice) {
-    ScopedWorkDir work;
-    LiteralReader reader(LsusbFixture("with_cut_off_block.txt"));
+TEST_F(LsusbRoadTest, EachDeviceBlockBecomesADeviceAndFailuresHaveTheirTexts) {
+    LiteralReader reader(Fixture("fixtures/lsusb_texts/with_cut_off_block.txt"));
     EXPECT_EQ(getNumberOfUSBDevices(reader), 7) << "the cut-off device has its first line";
     EXPECT_EQ(ParseWithLsusbDevices(reader, component.devices), 0);
-    EXPECT_EQ(reader.closed, 1);
+    EXPECT_EQ(std::to_string(reader.opened) + std::to_string(reader.closed), "31") << "counted twice, cut, closed";
     ASSERT_EQ(component.devices.size(), 6u) << "the cut-off block is lost";
     int i = 0;
     for (Device* device : component.devices) {
-        newUSBDevice* usb = dynamic_cast<newUSBDevice*>(device);
-        ASSERT_NE(usb, nullptr);
-        EXPECT_EQ(usb->name, "usbDevice" + std::to_string(i++));
-        EXPECT_EQ(usb->devicesNode, nullptr) << "parsed when identified, not before";
-        EXPECT_EQ(usb->deviceInfo.substr(0, 4), "Bus ");
+        newUSBDevice& usb = dynamic_cast<newUSBDevice&>(*device);
+        EXPECT_EQ(usb.name, "usbDevice" + std::to_string(i++));
+        EXPECT_EQ(usb.devicesNode, nullptr) << "parsed when identified, not before";
+        EXPECT_EQ(usb.deviceInfo.substr(0, 4), "Bus ");
     }
-    EXPECT_TRUE(std::ifstream(work.Path() + "/bang1.txt").good());
-
-    // A second discovery adds to the set.
     EXPECT_EQ(ParseWithLsusbDevices(reader, component.devices), 0);
-    EXPECT_EQ(component.devices.size(), 12u);
-}
+    EXPECT_EQ(component.devices.size(), 12u) << "a second discovery adds to the set";
 
-TEST_F(LsusbRoadTest, FirstLineWithoutStatusContinuesTheBlock) {
-    ScopedWorkDir work;
-    LiteralReader reader(
-        "Bus 001 Device 001: ID 1:1\n iProduct 1 A\nBus 001 Device 002: ID 2:2\nDevice Status: 1\n"
-        "the Bus, the Device and the ID\nDevice Status: 2\n");
-    const std::vector<std::string> texts = getVecDeviceInfo(reader);
-    EXPECT_EQ(texts, (std::vector<std::string>{
-                         "Bus 001 Device 001: ID 1:1\n iProduct 1 A\n Bus 001 Device 002: ID 2:2\n Device Status: 1\n ",
-                         "the Bus, the Device and the ID\n Device Status: 2\n "}));
-}
-
-TEST_F(LsusbRoadTest, FailuresHaveTheirTexts) {
-    ScopedWorkDir work;
-    EXPECT_EQ(FailureOf(""), "Device Failed Enumeration");
-    EXPECT_EQ(FailureOf("\n  bcdUSB               2.00\nDevice Status:     0x0001\n"), "Device Failed Enumeration");
-    EXPECT_EQ(FailureOf(LsusbFixture("machine.txt"), false), "Error Creating File");
+    component.PurgeDevices();
+    const std::pair<std::string, bool> failures[] = {
+        {"", true}, {"\n  bcdUSB               2.00\nDevice Status:     0x0001\n", true}, {"", false}};
+    for (const auto& [text, opens] : failures) {
+        LiteralReader failing(text, opens);
+        try {
+            ParseWithLsusbDevices(failing, component.devices);
+            ADD_FAILURE() << "must fail: " << text;
+        } catch (const TvkError& error) {
+            EXPECT_EQ(error.GetMessage(), opens ? "Device Failed Enumeration" : "Error Creating File");
+        }
+        EXPECT_FALSE(failing.isOpen) << "the road closes its file on the way out";
+    }
     EXPECT_TRUE(component.devices.empty());
-    LiteralReader closed(LsusbFixture("machine.txt"), false);
-    EXPECT_THROW(getVecDeviceInfo(closed), TvkError);
 }
 
-TEST_F(LsusbRoadTest, ThousandsOfDevicesInLinearTime) {
-    ScopedWorkDir work;
-    LiteralReader reader(Generated(3000));
+TEST_F(LsusbRoadTest, ThousandsOfDevices) {
+    std::string raw;
+    for (int i = 0; i < 3000; ++i)
+        raw += "\nBus 001 Device " + std::to_string(i) + ": ID 0781:5567\nDevice Descriptor:\n  iProduct 2 Stick " +
+               std::to_string(i) + "\nDevice Status:     0x0000\n  (Bus Powered)\n";
+    LiteralReader reader(raw);
     EXPECT_EQ(ParseWithLsusbDevices(reader, component.devices), 0);
     ASSERT_EQ(component.devices.size(), 3000u);
     const XmlObject last((*component.devices.rbegin())->ID(false));
     EXPECT_EQ(last.GetAttributeValue("description"), "Stick 2999 - ") << "no vendor line: an empty manufacturer";
 }
 
-TEST(LsusbRecordsTest, FreshRecordsAreEmptyAndOwnTheirChildren) {
+TEST(LsusbRecords, RecordsOwnTheirChildren) {
     USBDevicesNode node;
-    EXPECT_EQ(node.iProduct, "");
-    EXPECT_EQ(node.currentConfiguration, nullptr);
-    EXPECT_EQ(node.getNumObjects(), 0);
     USBConfiguration* config = node.createUSBConfiguration();
     EXPECT_EQ(node.currentConfiguration, config);
     EXPECT_EQ(node.getNumObjects(), 0) << "made, not yet added";
@@ -132,22 +111,19 @@ TEST(LsusbRecordsTest, FreshRecordsAreEmptyAndOwnTheirChildren) {
     interface->createUSBEndpoints();  // never added: still freed with its parent
     interface->addObjectToHubVector(interface->createUSBHub());
     interface->currentHub->addObjectToVector(" Hub Port Status:\n");
-    EXPECT_EQ(interface->getNumHubObjects(), 1);
-    EXPECT_EQ(interface->getNumEndpointObjects(), 0);
-    EXPECT_EQ(interface->currentHub->getNumObjects(), 1);
+    EXPECT_EQ(interface->getNumHubObjects() * 100 + interface->getNumEndpointObjects() * 10 +
+                  interface->currentHub->getNumObjects(), 101);
     config->createUSBInterfaces();  // replaces the unadded one without a leak
     EXPECT_EQ(config->getNumObjects(), 0);
-    EXPECT_EQ(node.getVecUSBConfigurationPtr(), std::vector<USBConfiguration*>{config});
-
     for (const char* name : {"USBDevicesNode", "USBConfiguration", "USBInterfaces", "USBEndpoints", "USBHidDevices",
-                             "USBHub", "newUSBDevice"}) {
+                             "USBHub", "newUSBDevice", "newusbRootHubTest"}) {
         std::unique_ptr<Persistent> made(PersistentClassRegistry::Create(name));
         ASSERT_NE(made, nullptr) << name;
         EXPECT_STREQ(made->GetRealClassName(), name);
     }
 }
 
-TEST(LsusbRecordsTest, StoredFormHoldsTheStringsOnly) {
+TEST_F(LsusbRoadTest, StoredFormsHoldTheStringsOnly) {
     USBDevicesNode node;
     std::string* fields[] = {&node.bLength, &node.bDescriptorType, &node.bcdUSB, &node.bDeviceClass,
                              &node.bDeviceSubClass, &node.bDeviceProtocol, &node.bMaxPacketSize0, &node.idVendor,
@@ -161,42 +137,43 @@ TEST(LsusbRecordsTest, StoredFormHoldsTheStringsOnly) {
     hub.PortPwrCtrlMask = " 0xff";
     hub.nNbrPorts = " 4";
     hub.addObjectToVector("block");
-
-    optstream out;
-    out << static_cast<const Persistent*>(&node) << static_cast<const Persistent*>(&hub)
-        << static_cast<const Persistent*>(config);
-    iptstream in = iptstream::FromMemory(out.GetBuffer());
-    USBDevicesNode* readNode = nullptr;
-    USBHub* readHub = nullptr;
-    USBConfiguration* readConfig = nullptr;
-    in.ReadOwned(readNode);
-    in.ReadOwned(readHub);
-    in.ReadOwned(readConfig);
-    std::unique_ptr<USBDevicesNode> n(readNode);
-    std::unique_ptr<USBHub> h(readHub);
-    std::unique_ptr<USBConfiguration> c(readConfig);
+    std::unique_ptr<USBDevicesNode> n = RoundTrip<USBDevicesNode>(node);
+    std::unique_ptr<USBHub> h = RoundTrip<USBHub>(hub);
+    std::unique_ptr<USBConfiguration> c = RoundTrip<USBConfiguration>(*config);
     ASSERT_TRUE(n && h && c);
-    EXPECT_EQ(n->deviceStatus, " 14");
-    EXPECT_EQ(n->bLength, " 0");
-    EXPECT_EQ(n->iSerial, " 12");
-    EXPECT_EQ(n->getNumObjects(), 0);
-    EXPECT_EQ(h->nNbrPorts, " 4");
-    EXPECT_EQ(h->PortPwrCtrlMask, " 0xff");
-    EXPECT_EQ(h->getNumObjects(), 0);
-    EXPECT_EQ(c->MaxPower, " 100mA");
-    // 15, 8 and 8 strings: any other count would shift the fields.
-    EXPECT_EQ(in.Remaining(), 0u);
-
+    EXPECT_EQ(n->bLength + n->iSerial + n->deviceStatus + h->nNbrPorts + h->PortPwrCtrlMask + c->MaxPower,
+              " 0 12 14 4 0xff 100mA");
+    EXPECT_EQ(n->getNumObjects() + h->getNumObjects(), 0);
     // Copies take the strings and no children.
     std::unique_ptr<Persistent> copy(node.CreateCopy());
-    USBDevicesNode* twin = dynamic_cast<USBDevicesNode*>(copy.get());
-    ASSERT_NE(twin, nullptr);
-    EXPECT_EQ(twin->iSerial, " 12");
-    EXPECT_EQ(twin->getNumObjects(), 0);
-    EXPECT_EQ(twin->currentConfiguration, nullptr);
+    USBDevicesNode& twin = dynamic_cast<USBDevicesNode&>(*copy);
+    EXPECT_EQ(twin.iSerial, " 12");
+    EXPECT_EQ(twin.getNumObjects(), 0);
+    EXPECT_EQ(twin.currentConfiguration, nullptr);
     USBDevicesNode assigned;
     assigned.createUSBConfiguration();
     assigned = node;
-    EXPECT_EQ(assigned.idVendor, " 7");
-    EXPECT_EQ(assigned.getNumObjects(), 0);
+    EXPECT_EQ(assigned.idVendor + "|" + std::to_string(assigned.getNumObjects()), " 7|0");
+
+    // A device keeps its node's strings and the caption counter, not its text.
+    newUSBDevice device(DeviceTexts(Fixture("fixtures/lsusb_texts/machine.txt")).at(3));
+    device.ID(false);
+    optstream out;
+    out << static_cast<const Persistent*>(&device);
+    newUSBDevice::index = 41;
+    Persistent* read = nullptr;
+    iptstream in = iptstream::FromMemory(out.GetBuffer());
+    in >> read;
+    std::unique_ptr<newUSBDevice> restored(dynamic_cast<newUSBDevice*>(read));
+    ASSERT_NE(restored, nullptr);
+    EXPECT_EQ(newUSBDevice::index, 1) << "the stored counter comes back";
+    EXPECT_EQ(restored->name + "|" + restored->deviceInfo, device.name + "|");
+    ASSERT_NE(restored->devicesNode, nullptr);
+    EXPECT_EQ(restored->devicesNode->iSerial + "|" + restored->devicesNode->idVendor, " 3 4C530001090312117392| 0x0781 SanDisk Corp.");
+    EXPECT_EQ(restored->devicesNode->getNumObjects(), 0);
+    std::unique_ptr<Persistent> deviceCopy(device.CreateCopy());
+    newUSBDevice& twinDevice = dynamic_cast<newUSBDevice&>(*deviceCopy);
+    EXPECT_EQ(twinDevice.deviceInfo, device.deviceInfo);
+    EXPECT_EQ(twinDevice.devicesNode, nullptr);
+    EXPECT_STREQ(twinDevice.GetClassName(), "usbDevice");
 }

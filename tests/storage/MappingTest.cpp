@@ -1,107 +1,126 @@
-// The text steps from a serial number to a disk: the usb-storage files, the
-// lines of sg_scan and sg_map, and the mount table.
-#include <gtest/gtest.h>
-
+// The text steps from a serial number to a disk: the port scan of the
+// devices file, the usb-storage files, the lines of sg_scan and sg_map, and
+// the mount table.
 #include <map>
 #include <stdexcept>
 
-#include "StorageSupport.h"
 #include "tc/usb/linux/MountTable.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
+#include "tc/usb/linux/UsbFileParser.h"
 #include "tc/usb/linux/UsbMount.h"
+#include "usb/UsbTestSupport.h"
+
+namespace {
 
 using Map = std::map<std::string, std::string>;
+struct FileScan : UsbFileParser {
+    FileScan(const std::string& serial, const std::string& path) : UsbFileParser(serial) { devicesFile = path.c_str(); }
+};
 
-TEST(ScsiMapping, UsbStorageFilesPairSerialWithTheHostAboveIt) {
-    Map map;
-    MapSerialNumbersFromText("   Host scsi2: usb-storage\n       Vendor: Kingston\n"
-                             "Serial Number: 001CC0EC\n     Protocol: Transparent SCSI\n",
-                             map);
-    MapSerialNumbersFromText("   Host scsi3: usb-storage\nSerial Number: None\n", map);
-    // The first file to name a serial number keeps it.
-    MapSerialNumbersFromText("   Host scsi4: usb-storage\nSerial Number: None\n", map);
-    EXPECT_EQ(map, (Map{{"001CC0EC", "scsi2"}, {"None", "scsi3"}}));
-
-    Map early;
-    MapSerialNumbersFromText("Serial Number: 42\n   Host scsi5: usb-storage\n", early);
-    EXPECT_EQ(early, (Map{{"42", ""}}));
-    // A serial line that ends right behind its colon is the out-of-range failure.
-    EXPECT_THROW(MapSerialNumbersFromText("Host scsi6: x\nSerial Number:\n", early), std::out_of_range);
+// serial:port:speed of each node the scan collects.
+std::string Scan(const std::string& serial, const std::string& text) {
+    TempDir dir;
+    const std::string path = dir.Write("devices", text);
+    FileScan scan(serial, path);
+    EXPECT_TRUE(scan.open());
+    scan.ParseProcBusUsbDeviceFile();
+    scan.close();
+    EXPECT_EQ(scan.nodeCount, static_cast<int>(scan.nodes.size()));
+    std::string found;
+    for (const USBDriveNode& n : scan.nodes) found += " " + n.serial + ":" + std::to_string(n.port) + ":" + std::to_string(n.speed);
+    return found;
 }
 
-TEST(ScsiMapping, SgScanLinesGiveHostToGenericNode) {
-    Map map;
+const char* const twoBuses =
+    "T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 6\nS:  SerialNumber=0000:00:1d.7\n"
+    "T:  Bus=01 Lev=01 Prnt=01 Port=02 Cnt=01 Dev#=  4 Spd=480  MxCh= 0\nS:  SerialNumber=STICK1\n"
+    "I:  If#= 0 Alt= 0 #EPs= 2 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n"
+    "I:  If#= 1 Alt= 0 #EPs= 2 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n"
+    "T:  Bus=01 Lev=02 Prnt=04 Port=03 Cnt=01 Dev#=  5 Spd=1.5  MxCh= 0\n"
+    "I:  If#= 0 Alt= 0 #EPs= 1 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n"
+    "T:  Bus=01 Lev=01 Prnt=01 Port=04 Cnt=02 Dev#=  6 Spd=480  MxCh= 0\n"
+    "I:  If#= 0 Alt= 0 #EPs= 1 Cls=03(HID  ) Sub=01 Prot=01 Driver=usbhid\n"
+    "T:  Bus=02 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=12   MxCh= 2\nS:  SerialNumber=0000:00:1d.0\n"
+    "T:  Bus=02 Lev=01 Prnt=01 Port=00 Cnt=01 Dev#=  2 Spd=12   MxCh= 0\nS:  SerialNumber=STICK2\n"
+    "I:  If#= 0 Alt= 0 #EPs= 2 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n";
+
+}  // namespace
+
+TEST(PortScan, CollectsStorageInterfacesOfTheOneBus) {
+    // Two storage interfaces of one device give two nodes; a device without a
+    // serial line keeps the one before it; 1.5 reads as 1.
+    EXPECT_EQ(Scan("0000:00:1d.7", twoBuses), " STICK1:2:480 STICK1:2:480 STICK1:3:1");
+    EXPECT_EQ(Scan("0000:00:1d.0", twoBuses), " STICK2:0:12");
+    EXPECT_EQ(Scan("no such controller", twoBuses), "");
+
+    // A line longer than the read buffer arrives in pieces and is no serial
+    // line; a last line without its newline is not parsed; serials match exactly.
+    const std::string root = "T:  Bus=03 Lev=00 Port=00 Spd=480\nS:  SerialNumber=R\n"
+                             "T:  Bus=03 Lev=01 Port=01 Spd=480\nS:  SerialNumber=" + std::string(300, 'a') + "\n";
+    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)\n"), " :1:480");
+    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)"), "");
+    EXPECT_EQ(Scan("", root + "I:  Cls=08(stor.)\n"), "");
+    UsbFileParser parser;
+    std::string cut;
+    parser.GetString(&cut, ("S: SerialNumber=" + std::string(300, 'b')).c_str(), "SerialNumber=", 254);
+    EXPECT_EQ(cut, std::string(254, 'b'));
+    EXPECT_EQ(parser.GetInt("", "Bus=", 10) + parser.GetInt("T: Bus=0x1f", "Bus=", 16), 31);
+}
+
+TEST(ScsiMapping, ToolAndProcTextGiveHostNodeAndDisk) {
+    Map serials;
+    MapSerialNumbersFromText("   Host scsi2: usb-storage\n       Vendor: Kingston\nSerial Number: 001CC0EC\n", serials);
+    MapSerialNumbersFromText("   Host scsi3: usb-storage\nSerial Number: None\n", serials);
+    MapSerialNumbersFromText("   Host scsi4: usb-storage\nSerial Number: None\n", serials);  // the first keeps it
+    MapSerialNumbersFromText("Serial Number: 42\n   Host scsi5: usb-storage\n", serials);
+    EXPECT_EQ(serials, (Map{{"001CC0EC", "scsi2"}, {"None", "scsi3"}, {"42", ""}}));
+    // A line that ends right behind its colon is the out-of-range failure.
+    EXPECT_THROW(MapSerialNumbersFromText("Host scsi6: x\nSerial Number:\n", serials), std::out_of_range);
+
+    Map hosts;
     MapHostIDsFromText("/dev/sg0: scsi2 channel=0 id=0 lun=0 [em]\n/dev/sg1: scsi10 channel=0 id=0 lun=0\n"
-                       "/dev/sg9: scsi2 channel=0 id=0 lun=0\n",
-                       map);
-    EXPECT_EQ(map, (Map{{"scsi2", "/dev/sg0"}, {"scsi10", "/dev/sg1"}}));
-    EXPECT_THROW(MapHostIDsFromText("/dev/sg0: host2 channel=0\n", map), std::out_of_range);
-}
+                       "/dev/sg9: scsi2 channel=0 id=0 lun=0\n", hosts);
+    EXPECT_EQ(hosts, (Map{{"scsi2", "/dev/sg0"}, {"scsi10", "/dev/sg1"}}));
+    EXPECT_THROW(MapHostIDsFromText("/dev/sg0: host2 channel=0\n", hosts), std::out_of_range);
 
-TEST(ScsiMapping, SgMapLinesGiveGenericNodeToDisk) {
-    Map map;
-    MapGenericPathsFromText("/dev/sg0  /dev/sda\n/dev/sg1\n/dev/sg2  /dev/sdb; touch PWNED\n", map);
-    EXPECT_EQ(map.at("/dev/sg0"), "/dev/sda");
-    // A node alone keeps its line end in the key and is never found.
-    EXPECT_EQ(map.count("/dev/sg1"), 0u);
-    EXPECT_EQ(map.count("/dev/sg1\n"), 1u);
-    // Whatever the tool prints is a name, nothing more.
-    EXPECT_EQ(map.at("/dev/sg2"), "/dev/sdb; touch PWNED");
-}
+    // Whatever the tool prints is a name, nothing more; a node alone keeps
+    // its line end in the key and is never found.
+    Map disks;
+    MapGenericPathsFromText("/dev/sg0  /dev/sda\n/dev/sg1\n/dev/sg2  /dev/sdb; touch PWNED\n", disks);
+    EXPECT_EQ(disks.erase("/dev/sg1\n"), 1u);
+    EXPECT_EQ(disks, (Map{{"/dev/sg0", "/dev/sda"}, {"/dev/sg2", "/dev/sdb; touch PWNED"}}));
 
-TEST(UsbMountText, HostAndNodeLookups) {
+    // Host 1 also hits the line of host 10 first; a node longer than 8
+    // characters leaves a blank in front of the disk.
     const std::string scan = "/dev/sg3: scsi10 channel=0 id=0 lun=0\n/dev/sg0: scsi1 channel=0 id=0 lun=0\n";
-    // The host with the number 1 also hits the line of host 10 first.
     EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi1"), "/dev/sg3");
-    EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi7"), "");
-    EXPECT_EQ(UsbMount::DevNodeFromText(scan, ""), "");
-    EXPECT_EQ(UsbMount::DevNodeFromText("scsi1 at the start\n", "scsi1"), "");
-
+    EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi7") + UsbMount::DevNodeFromText(scan, "") +
+                  UsbMount::DevNodeFromText("scsi1 at the start\n", "scsi1"), "");
     const std::string map = "/dev/sg0  /dev/sda\n/dev/sg10  /dev/sdk\n";
     EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg0"), "/dev/sda");
-    // A node longer than 8 characters leaves a blank in front of the disk.
     EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg10"), " /dev/sdk");
-    EXPECT_EQ(UsbMount::DevicePathFromText(map, ""), "");
-    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg7"), "");
+    EXPECT_EQ(UsbMount::DevicePathFromText(map, "") + UsbMount::DevicePathFromText(map, "/dev/sg7"), "");
 }
 
-TEST(MountTableText, EntriesAndTheirEscapes) {
-    const auto table = ParseMountTable("/dev/sdb1 /media/my\\040stick vfat rw 0 0\nproc /proc proc rw 0 0\n\n");
-    ASSERT_EQ(table.size(), 2u);
-    EXPECT_EQ(table[0].source, "/dev/sdb1");
-    EXPECT_EQ(table[0].target, "/media/my stick");
-    EXPECT_EQ(table[1].target, "/proc");
-}
-
-TEST(MountTableText, ADiskWithAMountedPartitionIsFound) {
-    const auto table = ParseMountTable("/dev/sdb1 /media/a vfat rw 0 0\n/dev/nvme0n1p2 /b ext4 rw 0 0\n"
-                                       "/dev/sdc /c ext4 rw 0 0\n");
-    EXPECT_TRUE(IsDeviceOrPartitionMounted(table, "/dev/sdb"));
-    EXPECT_TRUE(IsDeviceOrPartitionMounted(table, "/dev/nvme0n1"));
-    EXPECT_TRUE(IsDeviceOrPartitionMounted(table, "/dev/sdc"));
-    // Another disk whose name merely begins the same way is not it.
-    EXPECT_FALSE(IsDeviceOrPartitionMounted(table, "/dev/sd"));
-    EXPECT_FALSE(IsDeviceOrPartitionMounted(table, "/dev/sdba"));
-    EXPECT_FALSE(IsDeviceOrPartitionMounted(table, "/dev/sdd"));
-}
-
-TEST(MountTableText, ALinkToTheDiskIsFollowed) {
-    TempTree tree;
-    const std::string disk = tree.Write("sdq", "disk");
-    const std::string link = tree.Path() + "/by-id";
-    ASSERT_EQ(symlink(disk.c_str(), link.c_str()), 0);
-    const auto table = ParseMountTable(link + "1 /media/q vfat rw 0 0\n");
-    EXPECT_TRUE(IsDeviceOrPartitionMounted(table, link));
-    const auto viaLink = ParseMountTable(disk + " /media/q vfat rw 0 0\n");
-    EXPECT_TRUE(IsDeviceOrPartitionMounted(viaLink, link));
-}
-
-TEST(MountTableText, MountsAtOrBelowADirectory) {
-    const auto table = ParseMountTable("/dev/sdb1 /mnt/usbdrive vfat rw 0 0\n/dev/sdc1 /mnt/other/deep vfat rw 0 0\n");
-    EXPECT_TRUE(HasMountAtOrBelow(table, "/mnt/usbdrive"));
-    EXPECT_TRUE(HasMountAtOrBelow(table, "/mnt/usbdrive/"));
-    EXPECT_TRUE(HasMountAtOrBelow(table, "/mnt/other"));
-    EXPECT_FALSE(HasMountAtOrBelow(table, "/mnt/usbdrive2"));
-    EXPECT_FALSE(HasMountAtOrBelow(table, "/mnt/usb"));
+TEST(MountTable, MountedDisksAndDirectories) {
+    const auto table = ParseMountTable("/dev/sdb1 /media/my\\040stick vfat rw 0 0\n/dev/nvme0n1p2 /b ext4 rw 0 0\n"
+                                       "/dev/sdc /mnt/other/deep ext4 rw 0 0\nproc /proc proc rw 0 0\n\n");
+    ASSERT_EQ(table.size(), 4u);
+    EXPECT_EQ(table[0].source + "|" + table[0].target + "|" + table[3].target, "/dev/sdb1|/media/my stick|/proc");
+    for (const auto& [disk, mounted] : std::vector<std::pair<std::string, bool>>{
+             {"/dev/sdb", true}, {"/dev/nvme0n1", true}, {"/dev/sdc", true}, {"/dev/sd", false}, {"/dev/sdba", false},
+             {"/dev/sdd", false}})
+        EXPECT_EQ(IsDeviceOrPartitionMounted(table, disk), mounted) << disk;
+    for (const auto& [directory, mounted] : std::vector<std::pair<std::string, bool>>{
+             {"/media/my stick", true}, {"/media/my stick/", true}, {"/mnt/other", true}, {"/media/my stick2", false},
+             {"/media/my", false}, {"/mnt/oth", false}})
+        EXPECT_EQ(HasMountAtOrBelow(table, directory), mounted) << directory;
     EXPECT_FALSE(HasMountAtOrBelow(ParseMountTable(""), "/mnt/usbdrive"));
+
+    // A link to the disk is followed, either way round.
+    TempDir dir;
+    const std::string disk = dir.Write("sdq", "disk"), link = dir.Path("by-id");
+    ASSERT_EQ(symlink(disk.c_str(), link.c_str()), 0);
+    EXPECT_TRUE(IsDeviceOrPartitionMounted(ParseMountTable(link + "1 /media/q vfat rw 0 0\n"), link));
+    EXPECT_TRUE(IsDeviceOrPartitionMounted(ParseMountTable(disk + " /media/q vfat rw 0 0\n"), link));
 }

@@ -1,108 +1,177 @@
-// Tools run without a shell, the scratch file is never followed through a
-// link, and the compare reads what the drive holds.
-#include <gtest/gtest.h>
-
+// Tools run without a shell and with stubs that only write inside a scratch
+// folder, the scratch file never followed through a link, mounting that
+// never removes a mounted directory, and the storage tests' own steps.
 #include <fcntl.h>
-#include <unistd.h>
 
-#include "StorageSupport.h"
+#include <memory>
+
 #include "common/TvkError.h"
 #include "tc/usb/linux/ExternalTool.h"
 #include "tc/usb/linux/FileCompare.h"
+#include "tc/usb/linux/UsbMount.h"
+#include "tc/usb/linux/UsbPortTest.h"
+#include "tc/usb/linux/filewtcmptest.h"
+#include "usb/UsbTestSupport.h"
 
 namespace {
-
-std::string ErrorOf(const std::string& a, const std::string& b, CompareSpan span) {
+// "message|detail" of the TvkError `step` throws, or "passed".
+template <class Step>
+std::string ErrorOf(Step step) {
     try {
-        CompareFileContents(a, b, "failed for drive X", span);
-    } catch (TvkError& e) {
-        EXPECT_EQ(e.GetDetail(), "failed for drive X");
-        return e.GetMessage();
+        step();
+    } catch (const TvkError& e) {
+        return e.GetMessage() + "|" + e.GetDetail();
     }
     return "passed";
 }
-
 }  // namespace
 
-TEST(ExternalTool, HostileTextStaysOneArgument) {
-    TempTree tree;
-    tree.Enter();
+TEST(ExternalTool, HostileTextStaysOneArgumentAndTheScratchFileIsNoLink) {
+    TempDir dir(true);
     std::string out;
     ASSERT_TRUE(CaptureTool({"printf", "%s|", "/dev/sdb; touch PWNED", "$(touch PWNED2)"}, out));
     EXPECT_EQ(out, "/dev/sdb; touch PWNED|$(touch PWNED2)|");
-    EXPECT_FALSE(tree.Exists("PWNED"));
-    EXPECT_FALSE(tree.Exists("PWNED2"));
-
+    EXPECT_FALSE(dir.Exists("PWNED") || dir.Exists("PWNED2"));
     EXPECT_TRUE(ToolSucceeded(RunTool({"true"})));
     EXPECT_FALSE(ToolSucceeded(RunTool({"false"})));
     EXPECT_EQ(RunTool({"no-such-tool-zorbus"}), -1);
     EXPECT_FALSE(CaptureTool({}, out));
-    EXPECT_FALSE(IsPathOperand("-o"));
-    EXPECT_FALSE(IsPathOperand(""));
-    EXPECT_TRUE(IsPathOperand("/dev/sdb"));
-}
+    EXPECT_FALSE(IsPathOperand("-o") || IsPathOperand(""));
+    EXPECT_EQ(SplitLikeFgets("ab\ncdefg\nh", 4), (std::vector<std::string>{"ab\n", "cde", "fg\n", "h"}));
 
-TEST(ExternalTool, ScratchFileReplacesAPlantedLinkAndSparesItsTarget) {
-    TempTree tree;
-    const std::string victim = tree.Write("victim", "precious");
-    const std::string scratch = tree.Path() + "/OUTFILE";
+    // A link planted where the scratch file goes is replaced; its target is spared.
+    const std::string victim = dir.Write("victim", "precious"), scratch = dir.Path("OUTFILE");
     ASSERT_EQ(symlink(victim.c_str(), scratch.c_str()), 0);
-
     const int fd = CreateScratchFile(scratch.c_str());
     ASSERT_GE(fd, 0);
     ASSERT_EQ(write(fd, "tool output\n", 12), 12);
     EXPECT_EQ(ReadWholeFd(fd), "tool output\n");
     close(fd);
-    EXPECT_EQ(tree.Read("victim"), "precious");
+    EXPECT_EQ(dir.Read("victim"), "precious");
     struct stat st {};
     ASSERT_EQ(lstat(scratch.c_str(), &st), 0);
     EXPECT_TRUE(S_ISREG(st.st_mode));
     EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
 
-TEST(ExternalTool, LinesArriveInPiecesLikeFgets) {
-    EXPECT_EQ(SplitLikeFgets("ab\ncdefg\nh", 4), (std::vector<std::string>{"ab\n", "cde", "fg\n", "h"}));
-    EXPECT_TRUE(SplitLikeFgets("", 4).empty());
+TEST(UsbMountTools, SerialToDiskAndMountingThroughStubs) {
+    TempDir dir(true);
+    dir.Stub("sg_scan", "echo '/dev/sg0: scsi7 channel=0 id=0 lun=0'");
+    dir.Stub("sg_map", "echo '/dev/sg0  /dev/sdb; touch PWNED'");
+    for (const char* tool : {"mount", "umount", "mkdir", "rm"}) dir.Stub(tool, "exit 0");
+    UsbMount mount;
+    EXPECT_EQ(mount.GetDevNode("scsi7") + "|" + mount.GetDevNode("scsi8"), "/dev/sg0|");
+    EXPECT_EQ(mount.GetDevicePath("/dev/sg0"), "/dev/sdb; touch PWNED");
+    dir.Write("storage/7", "   Host scsi7: usb-storage\nSerial Number: ABC123\n");
+    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "ABC123"), "/dev/sdb; touch PWNED");
+    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "XYZ"), "");
+    EXPECT_EQ(ErrorOf([&] { mount.FindMountPoint(dir.Path("storage/"), "9", "ABC123"); }), "Could not locate files|9");
+
+    EXPECT_EQ(mount.MountUSB("/dev/sdb; touch PWNED1", "/mnt/usbdrive"), 0);
+    EXPECT_NE(mount.MountUSB("--bind", "/mnt/usbdrive"), 0);
+    mount.UnMountUSB("/mnt/usbdrive");
+    mount.CreateMountDir("/mnt/usbdrive");
+    mount.RemoveMountDir("/mnt/usbdrive");
+    mount.RemoveMountDir("/proc");  // a file system is mounted there: never removed
+    mount.RemoveMountDir("/");
+    EXPECT_EQ(dir.Calls(), "sg_scan\nsg_scan\nsg_map\nsg_scan\nsg_map\nmount [-t] [vfat] [/dev/sdb; touch PWNED1] [/mnt/usbdrive]\n"
+                           "umount [/mnt/usbdrive]\nmkdir [-p] [/mnt/usbdrive]\nrm [-rf] [/mnt/usbdrive]\n");
+    EXPECT_FALSE(dir.Exists("PWNED"));
+    dir.Stub("mount", "exit 32");
+    EXPECT_EQ(mount.MountUSB("/dev/sdb1", "/mnt/usbdrive"), 32 << 8);
+    dir.Stub("sg_scan", "echo '/dev/sg0: scsi7 channel=0'; exit 1");
+    EXPECT_EQ(mount.GetDevNode("scsi7"), "") << "a failing tool gives nothing";
+}
+
+TEST(UsbPortTestSteps, DiskInquiryCopyAndCompare) {
+    TempDir dir(true);
+    dir.Stub("sg_inq", "case \"$1\" in /dev/sdb) echo 'PQual=0  Device_type=0  RMB=1';; "
+                       "/dev/sr0) echo 'PQual=0  Device_type=5';; *) exit 1;; esac");
+    UsbPortTest test;
+    unlink(toolOutputFile);
+    EXPECT_TRUE(test.isUSBFlashDrive("/dev/sdb"));
+    EXPECT_EQ(access(toolOutputFile, F_OK), 0) << "a disk's answer stays in the scratch file";
+    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sr0"));
+    EXPECT_NE(access(toolOutputFile, F_OK), 0) << "another is removed";
+    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sdz") || test.isUSBFlashDrive("-x"));
+    EXPECT_EQ(dir.Calls(), "sg_inq [/dev/sdb]\nsg_inq [/dev/sr0]\nsg_inq [/dev/sdz]\n");
+
+    dir.Write("SSO.DAT", "reference");
+    const std::string target = dir.Write("drive/SSO.DAT", "old copy that is longer");
+    EXPECT_EQ(test.CopyFileToUSB("SSO.DAT", target), 0);
+    EXPECT_EQ(dir.Read("drive/SSO.DAT"), "reference");
+    EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }), "passed");
+    dir.Write("drive/SSO.DAT", "referencf");
+    EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }),
+              "Data Comparison Failure|Failed for port-2");
+    EXPECT_NE(test.CopyFileToUSB("SSO.DAT", dir.Path("no/such/dir/SSO.DAT")), 0);
+}
+
+TEST(FileWriteCompareSteps, CatalogueAndCopyToDrive) {
+    const std::string head = "interactive=\"1\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"0\" complete=\"1\" "
+                             "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" "
+                             "fieldtest=\"0\"><parameter name=\"retries\" caption=\"Retries\" description=\"Number of "
+                             "retries if test fails\" type=\"int\" min=\"0\" max=\"5\" defaultValue=\"0\"/><parameter "
+                             "name=\"numUSBdrives\" caption=\"Expected number of USB drives to test\" description=\"Expected "
+                             "number of USB drives to test\" type=\"int\" defaultValue=\"1\" min=\"1\" max=\"32\"/>";
+    auto original = std::make_unique<FileWriteCompareTest>(static_cast<USBDevice*>(nullptr));
+    original->SetParameters();
+    UsbPortTest port(static_cast<USBDevice*>(nullptr));
+    port.SetParameters();
+    EXPECT_EQ(port.GetXmlString(), "<test name=\"UsbPortTest\" caption=\"USB Port Test\" description=\"Number of USB Flash "
+                                   "drive connected, its Operating Speed and file Write Compare Test\" " + head + "</test>");
+    // A copy owns its parameters: it outlives the original.
+    std::unique_ptr<Persistent> copy(original->CreateCopy());
+    original.reset();
+    EXPECT_EQ(static_cast<::Test*>(copy.get())->GetXmlString(),
+              "<test name=\"FileWriteCompareTest\" caption=\"USB File Write Compare Test\" description=\"USB File Write "
+              "Compare Test\" " + head + "<parameter name=\"userPrompt\" caption=\"User Prompt\" description=\"User "
+              "Prompt\" type=\"string\" defaultValue=\"Please insert the USB drive keys into unit.\"/></test>");
+
+    TempDir dir(true);
+    dir.Write("SSO.DAT", "REFERENCE");
+    const std::string disk = dir.Write("sdb", std::string(32, '.'));
+    EXPECT_TRUE(CopyFileToDrive("SSO.DAT", disk));
+    EXPECT_EQ(dir.Read("sdb"), "REFERENCE" + std::string(23, '.')) << "written from the first byte";
+    FileWriteCompareTest test(static_cast<USBDevice*>(nullptr));
+    EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", disk, "x"); }), "passed");
+    EXPECT_EQ(ErrorOf([&] { CopyFileToDrive("SSO.DAT", dir.Path("sdc")); }), "Device Not Connected|failed for drive " + dir.Path("sdc"));
+    EXPECT_FALSE(dir.Exists("sdc")) << "a missing disk is not created";
+    EXPECT_EQ(ErrorOf([&] { CopyFileToDrive("NONE.DAT", disk); }).substr(0, 23), "Could not locate files|");
+    // A drive that swallows the data passes the write and fails the read-back.
+    EXPECT_TRUE(CopyFileToDrive("SSO.DAT", "/dev/null"));
+    EXPECT_THROW(test.CompareFiles("SSO.DAT", "/dev/null", "x"), TvkError);
+    dir.Write("EMPTY.DAT", "");
+    EXPECT_TRUE(CopyFileToDrive("EMPTY.DAT", disk));
+    EXPECT_EQ(dir.Read("sdb"), "REFERENCE" + std::string(23, '.')) << "an empty reference writes nothing";
 }
 
 TEST(FileCompare, OutcomesInTheirOrder) {
-    TempTree tree;
-    const std::string ref = tree.Write("ref", "reference data");
-    const std::string same = tree.Write("same", "reference data");
-    const std::string longer = tree.Write("longer", "reference data and the rest of the disk");
-    const std::string other = tree.Write("other", "reference dat!");
-    const std::string shorter = tree.Write("shorter", "refer");
-    const std::string empty = tree.Write("empty", "");
-    const std::string missing = tree.Path() + "/missing";
-
-    EXPECT_EQ(ErrorOf(ref, same, CompareSpan::whole), "passed");
-    EXPECT_EQ(ErrorOf(ref, longer, CompareSpan::firstLength), "passed");
-    EXPECT_EQ(ErrorOf(ref, longer, CompareSpan::whole), "Data Comparison Failure");
-    EXPECT_EQ(ErrorOf(ref, other, CompareSpan::firstLength), "Data Comparison Failure");
-    EXPECT_EQ(ErrorOf(ref, shorter, CompareSpan::firstLength), "Data Comparison Failure");
-    EXPECT_EQ(ErrorOf(empty, same, CompareSpan::whole), "Read Data Failure");
-    EXPECT_EQ(ErrorOf(ref, empty, CompareSpan::firstLength), "Read Data Failure");
-    EXPECT_EQ(ErrorOf(missing, same, CompareSpan::whole), "Could not locate files");
-    EXPECT_EQ(ErrorOf(ref, missing, CompareSpan::whole), "Could not locate files");
-    // A drive that keeps nothing of what was written.
-    EXPECT_EQ(ErrorOf(ref, "/dev/zero", CompareSpan::firstLength), "Data Comparison Failure");
-    EXPECT_EQ(ErrorOf(ref, "/dev/null", CompareSpan::firstLength), "Read Data Failure");
-}
-
-TEST(FileCompare, DifferencesAcrossReadChunks) {
-    TempTree tree;
+    TempDir dir;
     const size_t chunk = 1 << 20;
     std::string big(2 * chunk, 'x');
-    const std::string ref = tree.Write("ref", big);
-    const std::string copy = tree.Write("copy", big);
-    EXPECT_EQ(ErrorOf(ref, copy, CompareSpan::whole), "passed");
-    // One byte more behind an exact multiple of the chunk.
-    tree.Write("plus", big + "y");
-    EXPECT_EQ(ErrorOf(ref, tree.Path() + "/plus", CompareSpan::whole), "Data Comparison Failure");
-    EXPECT_EQ(ErrorOf(ref, tree.Path() + "/plus", CompareSpan::firstLength), "passed");
+    const std::string ref = dir.Write("ref", "reference data"), bigRef = dir.Write("big", big);
     big[chunk + 17] = 'z';
-    tree.Write("late", big);
-    EXPECT_EQ(ErrorOf(ref, tree.Path() + "/late", CompareSpan::whole), "Data Comparison Failure");
-    tree.Write("cut", big.substr(0, chunk + 5));
-    EXPECT_EQ(ErrorOf(ref, tree.Path() + "/cut", CompareSpan::firstLength), "Data Comparison Failure");
+    const std::vector<std::tuple<std::string, std::string, CompareSpan, std::string>> cases = {
+        {ref, dir.Write("same", "reference data"), CompareSpan::whole, "passed"},
+        {ref, dir.Write("longer", "reference data and more"), CompareSpan::firstLength, "passed"},
+        {ref, dir.Path("longer"), CompareSpan::whole, "Data Comparison Failure"},
+        {ref, dir.Write("other", "reference dat!"), CompareSpan::firstLength, "Data Comparison Failure"},
+        {ref, dir.Write("shorter", "refer"), CompareSpan::firstLength, "Data Comparison Failure"},
+        {dir.Write("empty", ""), dir.Path("same"), CompareSpan::whole, "Read Data Failure"},
+        {ref, dir.Path("empty"), CompareSpan::firstLength, "Read Data Failure"},
+        {dir.Path("missing"), dir.Path("same"), CompareSpan::whole, "Could not locate files"},
+        {ref, dir.Path("missing"), CompareSpan::whole, "Could not locate files"},
+        {ref, "/dev/zero", CompareSpan::firstLength, "Data Comparison Failure"},  // keeps nothing written
+        {ref, "/dev/null", CompareSpan::firstLength, "Read Data Failure"},
+        // Across read chunks: one byte more behind an exact multiple, a late difference, a cut.
+        {bigRef, dir.Write("copy", std::string(2 * chunk, 'x')), CompareSpan::whole, "passed"},
+        {bigRef, dir.Write("plus", std::string(2 * chunk, 'x') + "y"), CompareSpan::whole, "Data Comparison Failure"},
+        {bigRef, dir.Path("plus"), CompareSpan::firstLength, "passed"},
+        {bigRef, dir.Write("late", big), CompareSpan::whole, "Data Comparison Failure"},
+        {bigRef, dir.Write("cut", big.substr(0, chunk + 5)), CompareSpan::firstLength, "Data Comparison Failure"},
+    };
+    for (const auto& [a, b, span, outcome] : cases)
+        EXPECT_EQ(ErrorOf([&] { CompareFileContents(a, b, "failed for drive X", span); }),
+                  outcome == "passed" ? outcome : outcome + "|failed for drive X") << b;
 }

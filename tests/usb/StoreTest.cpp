@@ -1,27 +1,23 @@
-// The USB records and devices in the state stream: a tree shared by many
-// devices comes back as one tree held by all of them, copies share it, and
-// damaged streams are refused without leaking or freeing anything twice.
-#include <gtest/gtest.h>
-
+// The USB records and devices in the state stream: a shared tree comes back
+// as one tree held by all its devices, copies share it, and damaged streams
+// are refused without leaking or freeing anything twice.
 #include <memory>
 
-#include "LiteralReader.h"
 #include "UsbTestSupport.h"
 #include "common/Persistent.h"
+#include "common/TvkError.h"
 #include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/USBtree.h"
 #include "tc/usb/linux/usbxml.h"
 
 namespace {
 
-// Writes what a USBDevice writes, with a top and a node of the test's
-// choosing, so that damaged streams can be made.
+// Writes what a USBDevice writes, with a top and a node of the test's choosing.
 class ForgedUSBDevice : public Persistent {
 public:
-    ForgedUSBDevice(const char* name, USBnode* top, USBnode* node) : name(name), top(top), node(node) {}
+    ForgedUSBDevice(USBnode* top, USBnode* node) : top(top), node(node) {}
     void ReadAndWrite(ptstream& stream, direction, unsigned int) override {
         optstream& out = static_cast<optstream&>(stream);
-        out << name << false << "c" << "d" << uint32_t(0) << uint32_t(0) << uint32_t(0);
+        out << std::string("usbDevice") << false << "c" << "d" << uint32_t(0) << uint32_t(0) << uint32_t(0);
         out << static_cast<const Persistent*>(top);
         out.WriteReference(node);
         out << true;
@@ -29,28 +25,24 @@ public:
     void CopyFromPointer(const Persistent*) override {}
     const char* GetRealClassName() const override { return "USBDevice"; }
     Persistent* CreateCopy() const override { return nullptr; }
-
-private:
-    std::string name;
-    USBnode* top;
-    USBnode* node;
+    USBnode *top, *node;
 };
 
-USBnode* Child(USBnode* parent, int port, const char* name) {
+USBnode* Child(USBnode* parent, int port) {
     USBnode* child = new USBnode();
-    child->name = name;
     child->portNumber = port;
     child->parent = parent;
-    parent->children[port] = child;
-    return child;
+    return parent->children[port] = child;
 }
 
-// The detail of the PersistenceError that reading the stream raises.
-std::string ReadFailure(const optstream& out, int objects) {
+// The detail of the PersistenceError that reading the objects raises.
+std::string ReadFailure(std::vector<const Persistent*> objects) {
+    optstream out;
+    for (const Persistent* p : objects) out << p;
     iptstream in = iptstream::FromMemory(out.GetBuffer());
     std::vector<std::unique_ptr<Persistent>> read;
     try {
-        for (int i = 0; i < objects; ++i) {
+        for (size_t i = 0; i < objects.size(); ++i) {
             Persistent* p = nullptr;
             in >> p;
             read.emplace_back(p);
@@ -61,18 +53,24 @@ std::string ReadFailure(const optstream& out, int objects) {
     return "no failure";
 }
 
+template <class T>
+std::unique_ptr<T> RoundTrip(const Persistent& object) {
+    optstream out;
+    out << &object;
+    iptstream in = iptstream::FromMemory(out.GetBuffer());
+    Persistent* read = nullptr;
+    in >> read;
+    std::unique_ptr<T> result(dynamic_cast<T*>(read));
+    EXPECT_NE(result, nullptr);
+    if (!result) delete read;
+    return result;
+}
+
 class UsbStoreTest : public UsbComponentTest {
 protected:
-    std::unique_ptr<USBTestComponent> RoundTrip() {
-        optstream out;
-        out << static_cast<const Persistent*>(&component);
-        iptstream in = iptstream::FromMemory(out.GetBuffer());
-        Persistent* read = nullptr;
-        in >> read;
-        std::unique_ptr<USBTestComponent> restored(dynamic_cast<USBTestComponent*>(read));
-        EXPECT_NE(restored, nullptr);
-        if (!restored) delete read;
-        return restored;
+    void Discover(const std::string& fixture) {
+        LiteralReader reader(Fixture("usb/data/" + fixture));
+        ParseWithProcBusUsbDevices(reader, component.devices);
     }
     static std::vector<USBDevice*> UsbDevicesOf(USBTestComponent& c) {
         std::vector<USBDevice*> result;
@@ -84,14 +82,12 @@ protected:
 }  // namespace
 
 TEST_F(UsbStoreTest, TreeComesBackWholeAndSharedByAllDevices) {
-    LiteralReader reader(Fixture("ehci_uhci_stick.devices"));
-    ParseWithProcBusUsbDevices(reader, component.devices);
-    std::unique_ptr<USBTestComponent> restored = RoundTrip();
+    Discover("ehci_uhci_stick.devices");
+    std::unique_ptr<USBTestComponent> restored = RoundTrip<USBTestComponent>(component);
     ASSERT_NE(restored, nullptr);
-    std::vector<USBDevice*> before = UsbDevices();
+    const USBnode& a = *UsbDevicesOf(component)[1]->node;
     std::vector<USBDevice*> after = UsbDevicesOf(*restored);
     ASSERT_EQ(after.size(), 3u);
-
     USBnode* top = after[0]->TreeTop();
     ASSERT_NE(top, nullptr);
     for (USBDevice* d : after) EXPECT_EQ(d->TreeTop(), top);
@@ -104,8 +100,6 @@ TEST_F(UsbStoreTest, TreeComesBackWholeAndSharedByAllDevices) {
     EXPECT_EQ(after[1]->node, ehci->children[2]) << "the stick is the node inside the tree, not a copy";
     EXPECT_EQ(after[1]->node->parent, ehci);
     EXPECT_EQ(after[2]->node, top->children[1]);
-
-    const USBnode& a = *before[1]->node;
     const USBnode& b = *after[1]->node;
     EXPECT_EQ(b.name + b.speed + b.version + b.class_x + b.vendorId + b.manufacturer + b.serialNumber,
               a.name + a.speed + a.version + a.class_x + a.vendorId + a.manufacturer + a.serialNumber);
@@ -113,7 +107,6 @@ TEST_F(UsbStoreTest, TreeComesBackWholeAndSharedByAllDevices) {
     EXPECT_EQ(b.configurations[0]->maxPower, a.configurations[0]->maxPower);
     EXPECT_EQ(b.kind, usbKindNone) << "kind is not stored";
     EXPECT_EQ(ehci->bandwidth->total, 800);
-
     // The restored devices let go of their tree one by one.
     restored->RemoveDevice(after[0]);
     restored->RemoveDevice(after[2]);
@@ -123,10 +116,8 @@ TEST_F(UsbStoreTest, TreeComesBackWholeAndSharedByAllDevices) {
 
 TEST_F(UsbStoreTest, FactoryPortsAndStandaloneNodesRoundTrip) {
     g_factoryMode = 1;
-    LiteralReader reader(Fixture("uhci_external_hub.devices"));
-    ParseWithProcBusUsbDevices(reader, component.devices);
-    USBDevice bare(usbxml::usbDevice, nullptr, false);
-    std::unique_ptr<USBTestComponent> restored = RoundTrip();
+    Discover("uhci_external_hub.devices");
+    std::unique_ptr<USBTestComponent> restored = RoundTrip<USBTestComponent>(component);
     ASSERT_NE(restored, nullptr);
     std::vector<USBDevice*> after = UsbDevicesOf(*restored);
     ASSERT_EQ(after.size(), 8u);
@@ -137,22 +128,15 @@ TEST_F(UsbStoreTest, FactoryPortsAndStandaloneNodesRoundTrip) {
     EXPECT_EQ(after[1]->TreeTop()->Holders(), 1);
     EXPECT_EQ(after[6]->node->parent, after[3]->node);
 
-    // A device without a node stores no tree.
-    optstream out;
-    out << static_cast<const Persistent*>(&bare);
-    iptstream in = iptstream::FromMemory(out.GetBuffer());
-    Persistent* read = nullptr;
-    in >> read;
-    std::unique_ptr<USBDevice> copy(dynamic_cast<USBDevice*>(read));
+    std::unique_ptr<USBDevice> copy = RoundTrip<USBDevice>(USBDevice(usbxml::usbDevice, nullptr, false));
     ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(copy->node, nullptr);
+    EXPECT_EQ(copy->node, nullptr) << "a device without a node stores no tree";
     EXPECT_EQ(copy->TreeTop(), nullptr);
 }
 
-TEST_F(UsbStoreTest, CopiesShareTheTree) {
-    LiteralReader reader(Fixture("ehci_uhci_stick.devices"));
-    ParseWithProcBusUsbDevices(reader, component.devices);
-    USBDevice* stick = UsbDevices()[1];
+TEST_F(UsbStoreTest, CopiesShareTheTreeAndDiscoveriesFreeTheirs) {
+    Discover("ehci_uhci_stick.devices");
+    USBDevice* stick = UsbDevicesOf(component)[1];
     USBnode* top = stick->TreeTop();
     {
         std::unique_ptr<Persistent> copy(stick->CreateCopy());
@@ -163,91 +147,48 @@ TEST_F(UsbStoreTest, CopiesShareTheTree) {
     USBDevice other(usbxml::usbDevice, nullptr, false);
     other.CopyFromPointer(stick);
     EXPECT_EQ(other.node, stick->node);
-    EXPECT_EQ(top->Holders(), 4);
-
     // Repeated discoveries leave no tree behind (LeakSanitizer checks).
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 3; ++i) {
         component.PurgeDevices();
-        LiteralReader again(Fixture("uhci_external_hub.devices"));
-        ParseWithProcBusUsbDevices(again, component.devices);
+        Discover("uhci_external_hub.devices");
         EXPECT_EQ(component.devices.size(), 3u);
     }
     EXPECT_EQ(top->Holders(), 1) << "only the copy holds the first tree now";
-}
 
-TEST_F(UsbStoreTest, EmptyDiscoveryFreesItsTree) {
-    LiteralReader reader("");
-    EXPECT_EQ(ParseWithProcBusUsbDevices(reader, component.devices), 0);
-    EXPECT_TRUE(component.devices.empty());
-    LiteralReader closed("", false);
+    component.PurgeDevices();
+    LiteralReader empty(""), closed("", false);
+    EXPECT_EQ(ParseWithProcBusUsbDevices(empty, component.devices), 0);
     EXPECT_EQ(ParseWithProcBusUsbDevices(closed, component.devices), 0);
     LiteralReader broken("T:  Bus=01 Lev=00 MxCh= 2\nT:  Bus=01 Lev=01 Port=77 MxCh= 0\n");
     EXPECT_THROW(ParseWithProcBusUsbDevices(broken, component.devices), TvkError);
     EXPECT_TRUE(component.devices.empty());
 }
 
-TEST_F(UsbStoreTest, DamagedTreesAreRefused) {
-    // A child whose stored parent is its sibling.
-    {
+TEST_F(UsbStoreTest, DamagedStreamsAreRefused) {
+    {  // A child whose stored parent is its sibling.
         USBnode root;
-        USBnode* a = Child(&root, 0, "a");
-        USBnode* b = Child(&root, 1, "b");
-        b->parent = a;
-        optstream out;
-        out << static_cast<const Persistent*>(&root);
-        b->parent = &root;
-        EXPECT_EQ(ReadFailure(out, 1), "USB node stored under a node not its parent");
+        USBnode* a = Child(&root, 0);
+        Child(&root, 1)->parent = a;
+        EXPECT_EQ(ReadFailure({&root}), "USB node stored under a node not its parent");
+        root.children[1]->parent = &root;
     }
-    // One node in two child slots: the second is a reference, not an owner.
-    {
+    {  // One node in two child slots: the second is a reference, not an owner.
         USBnode root;
-        USBnode* a = Child(&root, 0, "a");
-        root.children[1] = a;
-        optstream out;
-        out << static_cast<const Persistent*>(&root);
+        root.children[1] = Child(&root, 0);
+        EXPECT_EQ(ReadFailure({&root}), "reference where an owned object is expected");
         root.children[1] = nullptr;
-        EXPECT_EQ(ReadFailure(out, 1), "reference where an owned object is expected");
     }
-}
-
-TEST_F(UsbStoreTest, DamagedDevicesAreRefused) {
-    USBnode first;
-    USBnode* firstChild = Child(&first, 0, "first child");
-    USBnode second;
-    USBnode* secondChild = Child(&second, 3, "second child");
-    (void)secondChild;
-
-    // The node lies in another device's tree.
-    {
-        optstream out;
-        ForgedUSBDevice a("usbDevice0", &first, firstChild);
-        ForgedUSBDevice b("usbDevice1", &second, firstChild);
-        out << static_cast<const Persistent*>(&a) << static_cast<const Persistent*>(&b);
-        EXPECT_EQ(ReadFailure(out, 2), "USB device's node lies outside its tree");
-    }
-    // The tree is given by an inner node of another tree.
-    {
-        optstream out;
-        ForgedUSBDevice a("usbDevice0", &first, firstChild);
-        ForgedUSBDevice b("usbDevice1", firstChild, firstChild);
-        out << static_cast<const Persistent*>(&a) << static_cast<const Persistent*>(&b);
-        EXPECT_EQ(ReadFailure(out, 2), "USB device's tree does not start at its top node");
-    }
-    // A new tree whose top claims a parent read before: refused and freed.
-    {
-        USBnode stray;
-        stray.parent = firstChild;
-        optstream out;
-        ForgedUSBDevice a("usbDevice0", &first, firstChild);
-        ForgedUSBDevice b("usbDevice1", &stray, &stray);
-        out << static_cast<const Persistent*>(&a) << static_cast<const Persistent*>(&b);
-        EXPECT_EQ(ReadFailure(out, 2), "USB device's tree does not start at its top node");
-    }
-    // A tree without a node.
-    {
-        optstream out;
-        ForgedUSBDevice a("usbDevice0", &first, nullptr);
-        out << static_cast<const Persistent*>(&a);
-        EXPECT_EQ(ReadFailure(out, 1), "USB device's node lies outside its tree");
-    }
+    USBnode first, second, stray;
+    USBnode* firstChild = Child(&first, 0);
+    Child(&second, 3);
+    stray.parent = firstChild;
+    ForgedUSBDevice good(&first, firstChild);
+    const std::pair<ForgedUSBDevice, std::string> cases[] = {
+        {{&second, firstChild}, "USB device's node lies outside its tree"},              // another device's node
+        {{firstChild, firstChild}, "USB device's tree does not start at its top node"},  // an inner node as tree
+        {{&stray, &stray}, "USB device's tree does not start at its top node"},          // a top with a parent
+    };
+    for (const auto& c : cases) EXPECT_EQ(ReadFailure({&good, &c.first}), c.second);
+    const ForgedUSBDevice withoutNode(&first, nullptr);
+    EXPECT_EQ(ReadFailure({&withoutNode}), "USB device's node lies outside its tree");
 }

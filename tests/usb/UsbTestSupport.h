@@ -1,56 +1,159 @@
-// Shared pieces of the USB tests: the host's mode switch, fixture files,
-// a component with a recording callback, and small XML readers.
+// Shared by the USB test programs: the host's mode switch, a reader over
+// literal text, a scratch folder with stub tools, a recording component and
+// readers of device elements.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <string>
-#include <utility>
-#include <vector>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 
 #include "common/XmlObject.h"
+#include "common/xmldef.h"
 #include "tc/frame/USBTestComponent.h"
+#include "tc/usb/linux/Discovery.h"
 #include "tc/usb/linux/USBDevice.h"
+#include "tc/usb/linux/USBInfoReader.h"
+#include "tc/usb/linux/USBtree.h"
+#include "tc/usb/linux/newUSBDevice.h"
 
-// What this program's nvxIsFactory answers.
-extern int g_factoryMode;
-// Events the component sent, as XML text.
-extern std::vector<std::string> g_events;
+// What nvxIsFactory answers; each program defines that function once.
+inline int g_factoryMode = 0;
+inline std::vector<std::string> g_events;
 
-// The text of tests/usb/data/<name>.
-std::string Fixture(const std::string& name);
+inline std::string ReadText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+// tests/<name>
+inline std::string Fixture(const std::string& name) {
+    EXPECT_TRUE(std::filesystem::exists(ZORBUS_SOURCE_DIR "/tests/" + name)) << name;
+    return ReadText(ZORBUS_SOURCE_DIR "/tests/" + name);
+}
+
+// Literal text read as fgets reads a file: the end is seen only by a read
+// that runs into it, not by one that stops at a newline or a full buffer.
+class LiteralReader : public USBInfoReader {
+public:
+    explicit LiteralReader(std::string text, bool opens = true) : text(std::move(text)), opens(opens) {}
+    int opened = 0, closed = 0, mounts = 0;
+    bool isOpen = false;
+
+    bool open() override {
+        if (opens) position = 0, atEnd = false, isOpen = true, ++opened;
+        return opens;
+    }
+    void close() override { closed += isOpen, isOpen = false; }
+    char* readLine(char* buffer) override {
+        if (!isOpen || position >= text.size()) return atEnd = true, nullptr;
+        const size_t room = lineBufferSize - 1, newline = text.find('\n', position);
+        const size_t length = std::min(room, (newline == std::string::npos ? text.size() : newline + 1) - position);
+        std::memcpy(buffer, text.data() + position, length);
+        buffer[length] = '\0';
+        position += length;
+        if (position >= text.size() && buffer[length - 1] != '\n' && length < room) atEnd = true;
+        return buffer;
+    }
+    bool noMoreLines() override { return atEnd; }
+    void mountProcUsb() override { ++mounts; }
+
+private:
+    std::string text;
+    bool opens;
+    size_t position = 0;
+    bool atEnd = false;
+};
+
+// A fresh folder, optionally the working directory, whose stub tools come
+// first on PATH; all of it goes afterwards.
+class TempDir {
+public:
+    explicit TempDir(bool enter = false) : oldPath(getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin") {
+        char pattern[] = "/tmp/zorbus-usb-XXXXXX";
+        if (mkdtemp(pattern)) path = pattern;
+        EXPECT_FALSE(path.empty());
+        if (enter) oldDir = std::filesystem::current_path(), std::filesystem::current_path(path);
+    }
+    ~TempDir() {
+        setenv("PATH", oldPath.c_str(), 1);
+        if (!oldDir.empty()) std::filesystem::current_path(oldDir);
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    std::string Path(const std::string& name = "") const { return name.empty() ? path : path + "/" + name; }
+    std::string Write(const std::string& name, const std::string& bytes) const {
+        std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
+        std::ofstream(Path(name), std::ios::binary) << bytes;
+        return Path(name);
+    }
+    std::string Read(const std::string& name) const { return ReadText(Path(name)); }
+    bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
+    // A shell script `name` that logs its arguments, each in brackets, to Calls().
+    void Stub(const std::string& name, const std::string& body) const {
+        chmod(Write("stubs/" + name, "#!/bin/sh\n{ printf '%s' '" + name + "'; for a in \"$@\"; do printf ' [%s]' \"$a\"; "
+                                         "done; echo; } >> '" + Path("calls.log") + "'\n" + body + "\n").c_str(),
+              0755);
+        setenv("PATH", (Path("stubs") + ":" + oldPath).c_str(), 1);
+    }
+    std::string Calls() const { return Read("calls.log"); }
+
+private:
+    std::string path, oldPath, oldDir;
+};
+
+// The gates of the lsusb parser closed and its caption counter at 0, as at load.
+inline void ResetLsusbState() {
+    newUSBDevice::index = 0;
+    newUSBDevice::bDeviceDescriptor = newUSBDevice::bConfigurationDescriptor = newUSBDevice::bInterfaceDescriptor = false;
+    newUSBDevice::bEndpointDescriptor = newUSBDevice::bHubDescriptor = newUSBDevice::bHidDeviceDescriptor = false;
+}
 
 // The component is the process's pTestComponent while a test runs, so that
-// device names get their numbers and events go to g_events.
+// devices get their numbers and events land in g_events.
 class UsbComponentTest : public ::testing::Test {
 protected:
-    void SetUp() override;
-    void TearDown() override;
-
-    // Devices of the set, in set order, as USBDevice.
-    std::vector<USBDevice*> UsbDevices();
-    // Every device's element, as the id command builds it.
-    std::vector<XmlObject> IdentifyAll();
-
+    void SetUp() override {
+        g_factoryMode = 0, g_events.clear();
+        ResetUsbDiscoveryStateForTests(), ResetLsusbState();
+        component.componentName = "libzorbus.so";
+        component.eventCallback = [](const char* xml) -> char* { return g_events.emplace_back(xml), nullptr; };
+        pTestComponent = &component;
+    }
+    void TearDown() override { pTestComponent = nullptr, g_factoryMode = 0; }
+    std::vector<XmlObject> IdentifyAll() {
+        std::vector<XmlObject> elements;
+        for (Device* d : component.devices) elements.emplace_back(d->ID(false));
+        return elements;
+    }
     USBTestComponent component;
 };
 
-// (name, value) of each property child, in order.
-std::vector<std::pair<std::string, std::string>> Properties(const XmlObject& device);
-// The caption of the property named `name`, or "" without one.
-std::string PropertyCaption(const XmlObject& device, const std::string& name);
-// Names of the test children, in order.
-std::vector<std::string> TestNames(const XmlObject& device);
-
-// Runs the test in a fresh temporary folder as working directory, for code
-// that writes files there; the folder goes afterwards.
-class ScopedWorkDir {
-public:
-    ScopedWorkDir();
-    ~ScopedWorkDir();
-    const std::string& Path() const { return path; }
-
-private:
-    std::string previous;
-    std::string path;
-};
+using PropertyList = std::vector<std::pair<std::string, std::string>>;
+inline PropertyList Properties(const XmlObject& device) {
+    PropertyList result;
+    for (const XmlObject& c : device.children)
+        if (c.name == xmldef::property) result.emplace_back(c.GetAttributeValue(xmldef::name), c.GetAttributeValue(xmldef::value));
+    return result;
+}
+inline std::string PropertyCaption(const XmlObject& device, const std::string& name) {
+    const XmlObject* p = device.FindFirstMatch(xmldef::property, "@name='" + name + "'");
+    return p ? p->GetAttributeValue(xmldef::caption) : "";
+}
+inline std::vector<std::string> TestNames(const XmlObject& device) {
+    std::vector<std::string> names;
+    for (const XmlObject& c : device.children)
+        if (c.name == xmldef::test) names.push_back(c.GetAttributeValue(xmldef::name));
+    return names;
+}
+inline std::string Caption(const XmlObject& xml) { return xml.GetAttributeValue(xmldef::caption); }
+// Caption and description.
+inline std::string Head(const XmlObject& xml) { return Caption(xml) + " / " + xml.GetAttributeValue(xmldef::description); }

@@ -1,0 +1,273 @@
+// The descriptor, loopback and speed tests: their catalogue elements, what
+// they count, when they prompt and with which text, the PCI and physical
+// memory services the speed test walks, and their stored forms and copies.
+#include <algorithm>
+
+#include "common/Persistent.h"
+#include "platform/HostServices.h"
+#include "tc/usb/linux/DescTest.h"
+#include "tc/usb/linux/LoopbackTest.h"
+#include "tc/usb/linux/SpeedTest.h"
+#include "usb/UsbTestSupport.h"
+
+extern "C" int nvxIsFactory() { return g_factoryMode; }
+
+namespace {
+
+struct ReaderLog {
+    bool opens = true;
+    int made = 0, chosen = 0;  // readers made, setDevicesFile calls
+    std::vector<std::string> openedPaths;
+} g_reader;
+std::vector<unsigned int> g_pauses;
+
+std::string Device(int port, const char* speed, const char* product, const char* cls) {
+    return "T:  Bus=01 Lev=01 Prnt=01 Port=0" + std::to_string(port) + " Cnt=01 Dev#=  " + std::to_string(port + 2) + " Spd=" + speed +
+           "  MxCh= 0\nD:  Ver= 2.00 Cls=00(>ifc ) Sub=00 Prot=00 MxPS=64 #Cfgs=  1\nS:  Product=" + product +
+           "\nI:  If#= 0 Alt= 0 #EPs= 2 Cls=" + cls + " Sub=06 Prot=50 Driver=usb-storage\nE:  Ad=81(I) Atr=02(Bulk) MxPS= 512 Ivl=0ms\n";
+}
+// A root hub with one loopback that counts (at its first endpoint line), and
+// devices that do not: full speed, tape, RDX, no storage interface.
+const std::string oneLoopback = "T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 6\n"
+                                "D:  Ver= 2.00 Cls=09(hub  ) Sub=00 Prot=01 MxPS=64 #Cfgs=  1\n" +
+                                Device(0, "480", "Loopback", "08(stor.)") + Device(1, "12 ", "Slow", "08(stor.)") +
+                                Device(2, "480", "DAT tape", "08(stor.)") + Device(3, "480", "RDX dock", "08(stor.)") +
+                                Device(4, "480", "Printer", "07(print)");
+
+class LoggingReader : public LiteralReader {
+public:
+    LoggingReader() : LiteralReader(oneLoopback, g_reader.opens) { ++g_reader.made; }
+    bool setDevicesFile() override { return ++g_reader.chosen, devicesFile = "chosen source", true; }
+    bool open() override { return g_reader.openedPaths.push_back(devicesFile ? devicesFile : ""), LiteralReader::open(); }
+};
+
+class UsbTestsTest : public UsbComponentTest {
+protected:
+    void SetUp() override {
+        UsbComponentTest::SetUp();
+        g_reader = ReaderLog();
+        g_pauses.clear();
+        DescTest::readerForTests = usbLoopbackTest::readerForTests = [] { return (USBInfoReader*)new LoggingReader(); };
+        usbLoopbackTest::pause = [](unsigned int seconds) { return g_pauses.push_back(seconds), 0u; };
+    }
+    void TearDown() override {
+        DescTest::readerForTests = usbLoopbackTest::readerForTests = nullptr;
+        SetHostServicePathsForTests("", "");
+        UsbComponentTest::TearDown();
+    }
+    static std::vector<std::string> Prompts() {
+        std::vector<std::string> texts;
+        for (const std::string& e : g_events)
+            if (XmlObject(e).name == xmldef::diagPrompt) texts.push_back(XmlObject(e).value);
+        return texts;
+    }
+    // "state|error key" of a run.
+    std::string Run(::Test& test, const std::string& attributes) {
+        XmlObject command("<runTest retries=\"0\" " + attributes + "/>");
+        result = test.Run(command);
+        const XmlObject answer(result);
+        const XmlObject* error = answer.FindFirstMatch(xmldef::error);
+        return answer.GetAttributeValue(xmldef::currentState) + "|" + (error ? error->GetAttributeValue("key") : "");
+    }
+    // A fake PCI function folder and memory file; setting the paths forgets the listing.
+    void Function(const std::string& address, const std::string& config) {
+        dir.Write("pci/" + address + "/config", config);
+        UsePaths("mem");
+    }
+    void UsePaths(const std::string& memoryFile) { SetHostServicePathsForTests(dir.Path("pci"), dir.Path(memoryFile)); }
+    void Memory(uint32_t address, const std::string& text) {
+        memory.resize(std::max<size_t>(memory.size(), address + text.size()), '\0');
+        dir.Write("mem", memory.replace(address, text.size(), text));
+    }
+
+    std::string result, memory;
+    TempDir dir;
+    USBDevice device{"usbDevice", nullptr, true};
+};
+
+// The 64 bytes an unprivileged reader sees of a function's configuration.
+std::string Config(uint8_t progIf, uint8_t subclass, uint8_t baseClass, std::vector<uint32_t> bars) {
+    std::string bytes(64, '\0');
+    bytes[0] = '\x86', bytes[1] = '\x80', bytes[9] = progIf, bytes[10] = subclass, bytes[11] = baseClass;
+    for (size_t i = 0; i < bars.size(); ++i)
+        for (int b = 0; b < 4; ++b) bytes[0x10 + 4 * i + b] = static_cast<char>(bars[i] >> (8 * b));
+    return bytes;
+}
+std::string Ehci(std::vector<uint32_t> bars) { return Config(0x20, 0x03, 0x0C, bars); }
+
+const std::string retries = "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test "
+                            "fails\" type=\"int\" min=\"0\" max=\"5\" defaultValue=\"1\"/>";
+
+}  // namespace
+
+TEST_F(UsbTestsTest, CatalogueElements) {
+    DescTest desc(&device);
+    usbLoopbackTest loopback(&device);
+    SpeedTest speed(&device);
+    desc.SetParameters(), loopback.SetParameters();
+    const std::string flags = "requiresMedia=\"0\" requiresEquipment=\"1\" quick=\"0\" complete=\"";
+    EXPECT_EQ(desc.GetXmlString(),
+              "<test name=\"descTest\" caption=\"USB Descriptor Test\" description=\"Run a USB descriptor test with USB "
+              "loopback\" interactive=\"1\" " + flags + "0\" requiresWindow=\"0\" localOnly=\"0\" singleThread=\"1\" "
+              "destructive=\"0\" romTest=\"0\" fieldtest=\"0\">" + retries + "<parameter name=\"usbLoopback\" "
+              "caption=\"Number of Loopback\" description=\"Input the number of USB loopback\" type=\"int\" "
+              "defaultValue=\"0\" min=\"0\" max=\"4\"/><parameter name=\"VendorID\" caption=\"Vendor ID\" "
+              "description=\"Vendor ID\" type=\"string\" defaultValue=\"0\"/><parameter name=\"DeviceID\" "
+              "caption=\"Product ID\" description=\"Product ID\" type=\"string\" defaultValue=\"0\"/></test>");
+    EXPECT_EQ(loopback.GetXmlString(),
+              "<test name=\"usbLoopbackTest\" caption=\"USB 2.0 Loopback Test\" description=\"Factory USB 2.0 loopback "
+              "speed test\" interactive=\"1\" " + flags + "1\" requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" "
+              "destructive=\"0\" romTest=\"0\" fieldtest=\"1\">" + retries + "<parameter name=\"numberdevices\" "
+              "caption=\"Number of USB devices to test\" description=\"Number of USB devices to test\" type=\"int\" "
+              "defaultValue=\"0\" min=\"0\" max=\"8\"/></test>");
+    EXPECT_EQ(speed.GetXmlString(),
+              "<test name=\"speedTest\" caption=\"USB 2.0 Speed Test\" description=\"Run speed check on USB 2.0 Bus\" "
+              "interactive=\"1\" " + flags + "0\" requiresWindow=\"0\" localOnly=\"0\" singleThread=\"1\" "
+              "destructive=\"0\" romTest=\"0\" fieldtest=\"0\">" + retries + "</test>");
+    EXPECT_FALSE(desc.LocksDevice() || loopback.LocksDevice() || speed.LocksDevice());
+}
+
+TEST_F(UsbTestsTest, DescriptorTestPromptsOnceAndCountsAgain) {
+    DescTest test(&device);
+    // The parser makes no interface records, so a parsed tree counts 0.
+    EXPECT_EQ(Run(test, ""), "passed|");
+    EXPECT_EQ(g_reader.made, 1);
+    EXPECT_TRUE(Prompts().empty());
+    g_reader.made = 0;
+    EXPECT_EQ(Run(test, "usbLoopback=\"2\" VendorID=\"0x0781\""), "failed|Descriptor test failed");
+    EXPECT_EQ(g_reader.made, 2) << "counted before and after the prompt";
+    EXPECT_EQ(test.vendorId.GetValue() + test.productId.GetValue(), "0x07810");
+    EXPECT_EQ(Prompts(), std::vector<std::string>{"Loopback"});
+    EXPECT_EQ(std::count_if(g_events.begin(), g_events.end(),
+                            [](const std::string& e) { return e.find("<option caption=\"OK\"/></diagPrompt>") != e.npos; }),
+              1);
+    // A source that cannot be read counts -1, which no expected number is.
+    g_reader.opens = false;
+    EXPECT_EQ(Run(test, ""), "failed|Descriptor test failed");
+    EXPECT_EQ(Prompts().size(), 2u);
+    g_reader.made = 0;
+    EXPECT_EQ(Run(test, "usbLoopback=\"5\""), "failed|Parameter outside acceptable range");
+    EXPECT_EQ(g_reader.made, 0);
+}
+
+TEST_F(UsbTestsTest, LoopbackTestCountsHighSpeedStorageAndPromptsOnAMismatch) {
+    usbLoopbackTest test(&device);
+    EXPECT_EQ(Run(test, "numberdevices=\"1\""), "passed|");
+    EXPECT_TRUE(Prompts().empty() && g_pauses.empty());
+    // Made for the devices-file road's device, the reader chooses its source.
+    EXPECT_EQ(g_reader.chosen, 1);
+    EXPECT_EQ(g_reader.openedPaths, std::vector<std::string>{"chosen source"});
+    EXPECT_EQ(Run(test, "numberdevices=\"2\""), "failed|Number of USB 2.0 devices found did not match parameter");
+    EXPECT_NE(result.find("detail=\"expected: 2, found: 1\""), std::string::npos) << result;
+    EXPECT_EQ(Prompts(), std::vector<std::string>{"Verify all USB loopbacks are installed... Found=1  Expected=2"});
+    EXPECT_EQ(g_pauses, (std::vector<unsigned int>{5, 10}));
+    EXPECT_EQ(Run(test, "numberdevices=\"9\""), "failed|Parameter outside acceptable range");
+    EXPECT_EQ(g_reader.made, 2);
+
+    // On the lsusb road the kernel's file is read directly: lsusb must not run.
+    newUSBDevice lsusbDevice("");
+    usbLoopbackTest onLsusb(&lsusbDevice);
+    EXPECT_EQ(onLsusb.device, &lsusbDevice);
+    g_reader = ReaderLog();
+    g_reader.opens = false;
+    EXPECT_EQ(Run(onLsusb, ""), "passed|") << "no devices file: nothing found";
+    EXPECT_EQ(g_reader.chosen, 0);
+    EXPECT_EQ(g_reader.openedPaths.at(0), "/proc/bus/usb/devices");
+}
+
+TEST_F(UsbTestsTest, AbsentPciFunctionsReadAllOnes) {
+    Function("0000:00:1d.7", Ehci({0xFEBFF000}));
+    Function("0000:1f:03.2", Config(0x10, 0x03, 0x0C, {}));
+    Function("0001:00:1d.0", Ehci({0x1000}));  // another domain: out of reach
+    EXPECT_EQ(nvxGetPciConfigBYTE(0, 0x1d, 7, 0x0B), 0x0C);
+    EXPECT_EQ(nvxGetPciConfigDWORD(0, 0x1d, 7, 0), 0x00008086u);
+    EXPECT_EQ(nvxGetPciConfigDWORD(0, 0x1d, 7, 4), 0xFEBFF000u);
+    EXPECT_EQ(nvxGetPciConfigBYTE(0x1f, 3, 2, 0x09), 0x10);
+    // Beyond the readable 64 bytes, absent functions, impossible addresses.
+    EXPECT_EQ(nvxGetPciConfigBYTE(0, 0x1d, 7, 0x40), 0xFF);
+    EXPECT_EQ(nvxGetPciConfigDWORD(0, 0x1d, 7, 16), 0xFFFFFFFFu);
+    EXPECT_EQ(nvxGetPciConfigBYTE(0, 0x1d, 0, 0x0B) & nvxGetPciConfigBYTE(256, 0x1d, 7, 0x0B) &
+                  nvxGetPciConfigBYTE(0, 32, 0, 0) & nvxGetPciConfigBYTE(0, 0, 8, 0) & nvxGetPciConfigBYTE(0, 0x1d, 7, -1),
+              0xFF);
+    std::filesystem::remove_all(dir.Path("pci/0000:00:1d.7"));
+    UsePaths("mem");
+    EXPECT_EQ(nvxGetPciConfigBYTE(0, 0x1d, 7, 0x0B), 0xFF) << "gone after a new listing";
+}
+
+TEST_F(UsbTestsTest, PhysicalMemoryIsCopiedWholeOrAsZeroes) {
+    UsePaths("mem");
+    Memory(0x100, "abcdefghijkl");
+    char buffer[12];
+    EXPECT_EQ(CopyPhysicalMemory(buffer, 0x102, 0, 4, 0), 0);
+    EXPECT_EQ(std::string(buffer, 4), "cdef");
+    auto failsZeroed = [&](uint32_t low, uint32_t high, int flags) {
+        std::memset(buffer, 'x', sizeof buffer);
+        return CopyPhysicalMemory(buffer, low, high, 12, flags) == -1 && std::string(buffer, 12) == std::string(12, '\0');
+    };
+    EXPECT_TRUE(failsZeroed(0x108, 0, 0)) << "runs past the end";
+    EXPECT_TRUE(failsZeroed(0x100, 1, 0)) << "above 4 GiB";
+    EXPECT_TRUE(failsZeroed(0x100, 0, 1)) << "unknown flags";
+    UsePaths("no-such-memory");
+    EXPECT_TRUE(failsZeroed(0x100, 0, 0));
+}
+
+TEST_F(UsbTestsTest, SpeedTestWantsAFiveWithinTwelveBytesOfAnEhciController) {
+    SpeedTest test(&device);
+    UsePaths("mem");
+    EXPECT_EQ(Run(test, ""), "failed|Speed test failure") << "no PCI folder at all";
+    Memory(0x40, "555555555555");  // what a read at a zero address would find
+    Function("0000:00:1d.7", Ehci({0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(Run(test, ""), "failed|Speed test failure") << "six zero registers: no memory read";
+    Memory(0x3040, "xxxxxxxxxxxx5");
+    Function("0000:00:1d.7", Ehci({0x3000}));
+    EXPECT_EQ(Run(test, ""), "failed|Speed test failure") << "the character is the thirteenth byte";
+    Memory(0x4040, "5           ");
+    Function("0000:00:1d.0", Config(0x10, 0x03, 0x0C, {0x4000}));  // OHCI
+    Function("0000:00:1e.0", Config(0x20, 0x04, 0x0C, {0x4000}));  // not USB
+    Function("0000:00:1f.0", Config(0x20, 0x03, 0x0D, {0x4000}));  // not a serial bus controller
+    EXPECT_EQ(Run(test, ""), "failed|Speed test failure") << "none of these is EHCI";
+    Function("0000:03:00.0", Ehci({0, 0, 0x2000}));  // the first non-zero register is the third
+    Memory(0x2040, "xxxxxxxxxxx5");                   // the last of the twelve bytes
+    UsePaths("no-such-memory");
+    EXPECT_EQ(Run(test, ""), "failed|Speed test failure") << "memory cannot be read";
+    UsePaths("mem");
+    EXPECT_EQ(Run(test, ""), "passed|");
+}
+
+TEST_F(UsbTestsTest, StoredFormsAndCopies) {
+    USBDevice owner("usbDevice", nullptr, true);
+    owner.AddTest(new SpeedTest(&owner)), owner.AddTest(new DescTest(&owner)), owner.AddTest(new usbLoopbackTest(&owner));
+    owner.tests[1]->currentState = "failed";
+    optstream out;
+    out << static_cast<const Persistent*>(&owner);
+    iptstream in = iptstream::FromMemory(out.GetBuffer());
+    Persistent* read = nullptr;
+    in >> read;
+    std::unique_ptr<USBDevice> back(dynamic_cast<USBDevice*>(read));
+    ASSERT_NE(back, nullptr);
+    ASSERT_EQ(back->tests.size(), 3u);
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_STREQ(back->tests[i]->GetRealClassName(), owner.tests[i]->GetRealClassName());
+        EXPECT_EQ(back->tests[i]->device, back.get());
+        EXPECT_EQ(back->tests[i]->caption, owner.tests[i]->caption);
+        EXPECT_TRUE(back->tests[i]->parameters.parameters.empty()) << "parameters are not stored";
+    }
+    EXPECT_EQ(back->tests[1]->currentState, "failed");
+    optstream again;
+    again << static_cast<const Persistent*>(back.get());
+    EXPECT_EQ(again.GetBuffer(), out.GetBuffer()) << "nothing beyond the base's fields";
+
+    // A copy's list names the copy's parameters, not the original's.
+    auto desc = std::make_unique<DescTest>(&device);
+    desc->SetParameters();
+    desc->loopbackNumber.SetValue("3");
+    std::unique_ptr<DescTest> copy(static_cast<DescTest*>(desc->CreateCopy()));
+    desc.reset();
+    EXPECT_EQ(copy->parameters.parameters, (std::vector<Parameter*>{&copy->loopbackNumber, &copy->vendorId, &copy->productId}));
+    EXPECT_EQ(copy->loopbackNumber.value, 3);
+    usbLoopbackTest lsusbRoad(static_cast<newUSBDevice*>(nullptr)), target(&device);
+    lsusbRoad.SetParameters();
+    target.CopyFromPointer(&lsusbRoad);
+    EXPECT_TRUE(target.useMountedDevicesFile);
+    EXPECT_EQ(target.parameters.parameters, std::vector<Parameter*>{&target.numberDevices});
+}

@@ -1,7 +1,6 @@
 #include "tc/usb/linux/Discovery.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -9,6 +8,7 @@
 #include "common/Debug.h"
 #include "common/TvkError.h"
 #include "platform/HostServices.h"
+#include "tc/usb/linux/ExternalTool.h"
 #include "tc/usb/linux/LsusbRoad.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBInfoReader.h"
@@ -157,8 +157,7 @@ int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
     std::vector<std::string> blocks;
     blocks.reserve(static_cast<size_t>(count));
     blocks = getVecDeviceInfo(reader);
-    int ignored = std::system("mount -t usbfs none /proc/bus/usb 2> /dev/null");
-    (void)ignored;
+    RunTool({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit, ToolOutput::discard);
     // The device of each block: the one place where this road makes devices.
     for (const std::string& block : blocks) AddLsusbDevice(devices, block);
     return 0;

@@ -14,6 +14,7 @@
 
 #include "common/Debug.h"
 #include "common/StringUtil.h"
+#include "tc/usb/linux/ExternalTool.h"
 
 const char* const rootHubNodePath = "/proc/bus/usb/001/001";
 
@@ -57,10 +58,12 @@ int OpenHandle() {
 void CloseHandle(int handle) { ::close(handle); }
 
 int RunDescriptorTestExternal(char** vendorIds, char** productIds) {
-    std::FILE* pipe = ::popen("./testlibusb>usbresult.out", "r");
-    if (!pipe) return -1;
-    // Wait for the program, so that its output is complete.
-    ::pclose(pipe);
+    // "./testlibusb>usbresult.out" without a shell; RunTool waits for the
+    // program, so its output is complete when it is read.
+    const int out = ::open("usbresult.out", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (out < 0) return -1;
+    RunTool({"./testlibusb"}, out);
+    ::close(out);
     std::FILE* output = std::fopen("usbresult.out", "r");
     if (!output) return -1;
     std::unique_ptr<char[]> line(new (std::nothrow) char[256]);

@@ -1,11 +1,14 @@
 #include "tc/usb/linux/USBInfoReader.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
 #include "common/StringTokenizer.h"
+#include "tc/usb/linux/ExternalTool.h"
 
 const char* const kernelDevicesFile = "/proc/bus/usb/devices";
 const char* const lsusbDevicesFile = "devices";
@@ -13,7 +16,6 @@ const char* const lsusbDevicesFile = "devices";
 namespace {
 const char* const reformatTraceFile = "bang1.txt";
 const char* const releaseFile = "/etc/SuSE-release";
-const int commandBufferSize = 256;
 }  // namespace
 
 USBInfoReader::USBInfoReader() : file(nullptr), devicesFile(nullptr) {}
@@ -39,9 +41,9 @@ char* USBInfoReader::readLine(char* buffer) {
 }
 
 void USBInfoReader::mountProcUsb() {
-    int ignored = std::system("mount -t usbfs none /proc/bus/usb 2> /dev/null");
-    ignored = std::system("sync");
-    (void)ignored;
+    // Fixed commands, so no shell is needed; results are ignored as before.
+    RunTool({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit, ToolOutput::discard);
+    RunTool({"sync"});
 }
 
 bool USBInfoReader::noMoreLines() {
@@ -74,18 +76,21 @@ bool USBInfoReader::isDevicesFileAvalable() {
 }
 
 bool USBInfoReader::createDevicesFile() {
-    char command[commandBufferSize];
-    std::snprintf(command, sizeof command, "lsusb -v > %s", devicesFile ? devicesFile : "");
+    // "lsusb -v > file" without a shell: the redirection is ours. As with a
+    // shell, a file that cannot be made or a missing lsusb still counts as
+    // success; the empty or missing file shows the failure later.
     errno = 0;
-    const int status = std::system(command);
+    int status = 0;
+    const int out = devicesFile ? ::open(devicesFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666) : -1;
+    if (out >= 0) {
+        status = RunTool({"lsusb", "-v"}, out);
+        ::close(out);
+    }
     return !(status == 127 && errno != 0);
 }
 
 void USBInfoReader::deleteDevicesFile() {
-    char command[commandBufferSize];
-    std::snprintf(command, sizeof command, "rm %s", devicesFile ? devicesFile : "");
-    int ignored = std::system(command);
-    (void)ignored;
+    if (devicesFile) RunTool({"rm", devicesFile});
 }
 
 const char* USBInfoReader::getDevicesFile() { return devicesFile; }

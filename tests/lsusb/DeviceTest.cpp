@@ -4,7 +4,6 @@
 #include "common/StringUtil.h"
 #include "common/TvkError.h"
 #include "tc/usb/linux/RootHubTest.h"
-#include "tc/usb/linux/usbxml.h"
 #include "usb/UsbTestSupport.h"
 
 std::vector<std::string> DeviceTexts(const std::string& raw);
@@ -14,29 +13,23 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-XmlObject IdentifyOne(const std::string& raw) {
+// The element of one device made from its identity lines (left out when
+// empty) and a tail, with the caption counter at 0.
+XmlObject IdentifyOne(const Names& lines, const std::string& tail = "") {
+    const char* const keys[] = {"  idVendor           ", "  idProduct          ", "  iManufacturer           ",
+                                "  iProduct                "};
+    std::string raw = "Bus 004 Device 002: ID 0000:0000\nDevice Descriptor:\n";
+    for (size_t i = 0; i < 4; ++i)
+        if (!lines[i].empty()) raw += keys[i] + lines[i] + "\n";
     ResetLsusbState();
-    newUSBDevice device(DeviceText(raw));
+    newUSBDevice device(DeviceText(raw + tail + "Device Status:     0x0000\n"));
     return XmlObject(device.ID(false));
 }
-// A device text from its identity lines (left out when empty) and a tail.
-std::string Identity(const std::string& vendor, const std::string& product, const std::string& manufacturerLine,
-                     const std::string& productLine, const std::string& tail = "") {
-    std::string raw = "Bus 004 Device 002: ID 0000:0000\nDevice Descriptor:\n";
-    if (!vendor.empty()) raw += "  idVendor           " + vendor + "\n";
-    if (!product.empty()) raw += "  idProduct          " + product + "\n";
-    if (!manufacturerLine.empty()) raw += "  iManufacturer           " + manufacturerLine + "\n";
-    if (!productLine.empty()) raw += "  iProduct                " + productLine + "\n";
-    return raw + tail + "Device Status:     0x0000\n";
-}
-const std::string hubInterface =
-    "  Configuration Descriptor:\n    Interface Descriptor:\n      bInterfaceClass         9 Hub\n"
-    "      Endpoint Descriptor:\n        bInterval              12\n";
+const std::string hubInterface = "  Configuration Descriptor:\n    Interface Descriptor:\n      bInterfaceClass         9 Hub\n"
+                                 "      Endpoint Descriptor:\n        bInterval              12\n";
 const std::string hubData = "Hub Descriptor:\n  bDescriptorType      41\n  nNbrPorts             3\n"
                             " Hub Port Status:\n   Port 1: 0000.0100 power\n";
-Names ControllerTests(bool factory) {
-    return factory ? Names{"rootHubTest", "usbLoopbackTest", "FileWriteCompareTest"} : Names{"rootHubTest", "FileWriteCompareTest"};
-}
+const std::string fieldTests = "[rootHubTest FileWriteCompareTest ]";
 
 }  // namespace
 
@@ -53,37 +46,34 @@ TEST_F(UsbComponentTest, LsusbNamesFallBackFromStringToNumberToUnknown) {
         {{"0x0000 Somebody", "0x5678 ", "0 ", "2 Gadget"}, "Gadget - Somebody"},
     };
     for (const auto& [lines, description] : cases)
-        EXPECT_EQ(IdentifyOne(Identity(lines[0], lines[1], lines[2], lines[3])).GetAttributeValue(xmldef::description),
-                  description);
+        EXPECT_EQ(IdentifyOne(lines).GetAttributeValue(xmldef::description), description);
 
-    const XmlObject bare = IdentifyOne(Identity("0x1234 ", "0x5678 ", "", "2 Gadget"));
-    EXPECT_EQ(Properties(bare), (PropertyList{{usbxml::TypeInfo, ""}, {usbxml::SerialNumber, ""}})) << "always there";
-    EXPECT_EQ(PropertyCaption(bare, usbxml::TypeInfo) + "|" + PropertyCaption(bare, usbxml::SerialNumber), "USB Type|Serial Number");
-    const XmlObject zero = IdentifyOne(Identity("0x1 ", "0x2 ", "", "2 G", "  bcdUSB               1.10\n  iSerial                 0 \n"));
-    EXPECT_EQ(Properties(zero), (PropertyList{{usbxml::TypeInfo, "1.10"}, {usbxml::SerialNumber, "Not available"}}));
+    // Type and serial are always there.
+    const XmlObject bare = IdentifyOne({"0x1234 ", "0x5678 ", "", "2 Gadget"});
+    EXPECT_EQ(Summary(bare), "USB Device 1 / Gadget -  {TypeInfo=;SerialNumber=;} []");
+    EXPECT_EQ(PropertyCaption(bare, "TypeInfo") + "|" + PropertyCaption(bare, "SerialNumber"), "USB Type|Serial Number");
+    EXPECT_EQ(Properties(IdentifyOne({"0x1 ", "0x2 ", "", "2 G"}, "  bcdUSB               1.10\n  iSerial                 0 \n")),
+              (PropertyList{{"TypeInfo", "1.10"}, {"SerialNumber", "Not available"}}));
 }
 
 TEST_F(UsbComponentTest, LsusbTestsHangOnHubInterfacesOfControllers) {
     for (int factory : {0, 1}) {
-        SCOPED_TRACE(factory ? "factory" : "field");
         g_factoryMode = factory;
-        // A controller without a hub descriptor still gets its tests.
-        const XmlObject controller = IdentifyOne(Identity("0x1d6b ", "0x0003 ", "3 Linux", "2 xHCI Host Controller", hubInterface));
-        EXPECT_EQ(Properties(controller).size(), 2u);
-        EXPECT_EQ(TestNames(controller), ControllerTests(factory));
+        // A controller without a hub descriptor still gets its tests; the
+        // loopback test only in the factory.
+        EXPECT_EQ(Summary(IdentifyOne({"0x1d6b ", "0x0003 ", "3 Linux", "2 xHCI Host Controller"}, hubInterface)),
+                  "USB Device 1 / xHCI Host Controller - Linux {TypeInfo=;SerialNumber=;} " +
+                      (factory ? "[rootHubTest usbLoopbackTest FileWriteCompareTest ]" : fieldTests));
         // Hub data without "Controller": properties, no test.
-        const XmlObject hub = IdentifyOne(Identity("0x05e3 ", "0x0608 ", "0 ", "1 USB2.0 Hub", hubInterface + hubData));
-        EXPECT_EQ(Properties(hub), (PropertyList{{usbxml::TypeInfo, ""}, {usbxml::SerialNumber, ""}, {usbxml::HubTypeInfo, " 41"},
-                                                 {usbxml::HubCharacteristic, ""}, {usbxml::HubDeviceRemovable, ""},
-                                                 {usbxml::HubNumPort, " 3"}, {usbxml::usbPortnum, " Port 1: 0000.0100 power"}}));
-        EXPECT_TRUE(TestNames(hub).empty());
+        EXPECT_EQ(Summary(IdentifyOne({"0x05e3 ", "0x0608 ", "0 ", "1 USB2.0 Hub"}, hubInterface + hubData)),
+                  "USB Device 1 / USB2.0 Hub - 0x05e3 {TypeInfo=;SerialNumber=;HubTypeInfo= 41;HubCharacteristic=;"
+                  "HubDeviceRemovable=;HubNumPort= 3;usbPortnum= Port 1: 0000.0100 power;} []");
         // "controller" in lower case does not count; 3 and 9 together are no hub.
-        EXPECT_TRUE(TestNames(IdentifyOne(Identity("0x1 ", "0x2 ", "0 ", "2 host controller", hubInterface + hubData))).empty());
+        EXPECT_TRUE(TestNames(IdentifyOne({"0x1 ", "0x2 ", "0 ", "2 host controller"}, hubInterface + hubData)).empty());
         std::string mixed = hubInterface + hubData;
         mixed.replace(mixed.find("9 Hub"), 5, "39 Odd");
-        const XmlObject odd = IdentifyOne(Identity("0x1 ", "0x2 ", "0 ", "2 Host Controller", mixed));
-        EXPECT_TRUE(TestNames(odd).empty());
-        EXPECT_EQ(Properties(odd).size(), 2u);
+        EXPECT_EQ(Summary(IdentifyOne({"0x1 ", "0x2 ", "0 ", "2 Host Controller"}, mixed)),
+                  "USB Device 1 / Host Controller - 0x1 {TypeInfo=;SerialNumber=;} []");
     }
 }
 
@@ -95,7 +85,7 @@ TEST_F(UsbComponentTest, LsusbSecondIdentificationCountsOnAndCatalogueNeedsNoTex
     const XmlObject second(device.ID(false));
     EXPECT_EQ(Caption(first) + "|" + Caption(second), "USB Device 1|USB Device 2");
     EXPECT_NE(device.devicesNode, firstNode) << "each identification parses afresh";
-    EXPECT_EQ(TestNames(second), ControllerTests(false));
+    EXPECT_EQ(Summary(second).substr(Summary(second).find('[')), fieldTests);
     EXPECT_EQ(device.tests.size(), 2u) << "the tests are replaced, not added";
     EXPECT_EQ(device.vecConfigurations.size() + device.vecHubs.size() + device.vecPortBlocks.size(), 3u);
 
@@ -104,10 +94,9 @@ TEST_F(UsbComponentTest, LsusbSecondIdentificationCountsOnAndCatalogueNeedsNoTex
     newUSBDevice templateDevice("");
     component.buildingCatalog = false;
     const XmlObject xml(templateDevice.ID(true));
-    EXPECT_EQ(xml.GetAttributeValue(xmldef::name), "usbDevice");
-    EXPECT_EQ(Head(xml), "USB Device / USB Device");
-    EXPECT_EQ(xml.GetAttributeValue(xmldef::category), "Communication|USB Controller");
-    EXPECT_EQ(TestNames(xml), Names{"FileWriteCompareTest"});
+    EXPECT_EQ(xml.GetAttributeValue(xmldef::name) + "|" + xml.GetAttributeValue(xmldef::category),
+              "usbDevice|Communication|USB Controller");
+    EXPECT_EQ(Summary(xml), "USB Device / USB Device {} [FileWriteCompareTest ]");
     EXPECT_EQ(newUSBDevice::index, 0) << "the template takes no number";
     XmlObject element;
     try {
@@ -129,11 +118,11 @@ TEST_F(UsbComponentTest, LsusbRootHubTest) {
         return "passed";
     };
     newusbRootHubTest restored;
-    EXPECT_EQ(failure(restored), "No USB device associated with this USB test!");
     USBDevice other;
     newusbRootHubTest onOther(static_cast<newUSBDevice*>(nullptr));
     onOther.device = &other;
-    EXPECT_EQ(failure(onOther), "No USB device associated with this USB test!");
+    EXPECT_EQ(failure(restored) + "|" + failure(onOther),
+              "No USB device associated with this USB test!|No USB device associated with this USB test!");
     if (FileExists("/proc/bus/usb/001/001")) GTEST_SKIP() << "this machine has a first root hub node";
     newUSBDevice device("");
     newusbRootHubTest test(&device);
@@ -155,12 +144,12 @@ TEST_F(UsbComponentTest, LsusbRealOutputOfAMadeUpMachine) {
                             "USB Device 5 / USB Optical Mouse - Logitech",
                             "USB Device 6 / UHCI Host Controller - Linux 6.1.0-13-amd64 uhci_hcd"}));
     ASSERT_EQ(xml.size(), 6u);
-    EXPECT_EQ(TestNames(xml[3]), ControllerTests(false));
+    EXPECT_EQ(TestNames(xml[3]), (Names{"rootHubTest", "FileWriteCompareTest"}));
     EXPECT_EQ(Properties(xml[2])[2].second, " 6") << "the device qualifier's type is the hub block's last";
     std::string records;
     for (Device* d : component.devices) {
         const USBDevicesNode& node = *dynamic_cast<newUSBDevice&>(*d).devicesNode;
         records += std::to_string(node.getNumObjects()) + node.configurations.at(0)->interfaces.at(0)->bInterfaceClass + "|";
     }
-    EXPECT_EQ(records, "2 255 |1 8 |1 9 |1 9 |1 3 |1 9 |");
+    EXPECT_EQ(records, "2 255 |1 8 |1 9 |1 9 |1 3 |1 9 |") << "configurations and first interface class of each";
 }

@@ -1,8 +1,6 @@
 // Discovery from `lsusb -v` text: counting first lines, cutting device texts
 // (reformatted, with a trace file), failures, blocks cut off, many devices;
 // and the records' life: ownership, registration, stored forms and copies.
-#include <memory>
-
 #include "common/TvkError.h"
 #include "usb/UsbTestSupport.h"
 
@@ -14,17 +12,6 @@ class LsusbRoadTest : public UsbComponentTest {
 protected:
     TempDir work{true};
 };
-
-template <class T>
-std::unique_ptr<T> RoundTrip(const Persistent& object) {
-    optstream out;
-    out << &object;
-    iptstream in = iptstream::FromMemory(out.GetBuffer());
-    T* read = nullptr;
-    in.ReadOwned(read);
-    EXPECT_EQ(in.Remaining(), 0u) << "any other count of strings would shift the fields";
-    return std::unique_ptr<T>(read);
-}
 
 }  // namespace
 
@@ -125,31 +112,26 @@ TEST(LsusbRecords, RecordsOwnTheirChildren) {
 
 TEST_F(LsusbRoadTest, StoredFormsHoldTheStringsOnly) {
     USBDevicesNode node;
-    std::string* fields[] = {&node.bLength, &node.bDescriptorType, &node.bcdUSB, &node.bDeviceClass,
-                             &node.bDeviceSubClass, &node.bDeviceProtocol, &node.bMaxPacketSize0, &node.idVendor,
-                             &node.idProduct, &node.bcdDevice, &node.iManufacturer, &node.iProduct, &node.iSerial,
-                             &node.bNumConfigurations, &node.deviceStatus};
+    std::string* fields[] = {&node.bLength, &node.bDescriptorType, &node.bcdUSB, &node.bDeviceClass, &node.bDeviceSubClass,
+                             &node.bDeviceProtocol, &node.bMaxPacketSize0, &node.idVendor, &node.idProduct, &node.bcdDevice,
+                             &node.iManufacturer, &node.iProduct, &node.iSerial, &node.bNumConfigurations, &node.deviceStatus};
     for (size_t i = 0; i < 15; ++i) *fields[i] = " " + std::to_string(i);
     USBConfiguration* config = node.createUSBConfiguration();
     config->MaxPower = " 100mA";
     node.addObjectToVector(config);
     USBHub hub;
-    hub.PortPwrCtrlMask = " 0xff";
-    hub.nNbrPorts = " 4";
+    hub.PortPwrCtrlMask = " 0xff", hub.nNbrPorts = " 4";
     hub.addObjectToVector("block");
     std::unique_ptr<USBDevicesNode> n = RoundTrip<USBDevicesNode>(node);
     std::unique_ptr<USBHub> h = RoundTrip<USBHub>(hub);
     std::unique_ptr<USBConfiguration> c = RoundTrip<USBConfiguration>(*config);
     ASSERT_TRUE(n && h && c);
-    EXPECT_EQ(n->bLength + n->iSerial + n->deviceStatus + h->nNbrPorts + h->PortPwrCtrlMask + c->MaxPower,
-              " 0 12 14 4 0xff 100mA");
+    EXPECT_EQ(n->bLength + n->iSerial + n->deviceStatus + h->nNbrPorts + h->PortPwrCtrlMask + c->MaxPower, " 0 12 14 4 0xff 100mA");
     EXPECT_EQ(n->getNumObjects() + h->getNumObjects(), 0);
     // Copies take the strings and no children.
     std::unique_ptr<Persistent> copy(node.CreateCopy());
     USBDevicesNode& twin = dynamic_cast<USBDevicesNode&>(*copy);
-    EXPECT_EQ(twin.iSerial, " 12");
-    EXPECT_EQ(twin.getNumObjects(), 0);
-    EXPECT_EQ(twin.currentConfiguration, nullptr);
+    EXPECT_TRUE(twin.iSerial == " 12" && twin.getNumObjects() == 0 && twin.currentConfiguration == nullptr);
     USBDevicesNode assigned;
     assigned.createUSBConfiguration();
     assigned = node;
@@ -161,19 +143,17 @@ TEST_F(LsusbRoadTest, StoredFormsHoldTheStringsOnly) {
     optstream out;
     out << static_cast<const Persistent*>(&device);
     newUSBDevice::index = 41;
-    Persistent* read = nullptr;
     iptstream in = iptstream::FromMemory(out.GetBuffer());
+    Persistent* read = nullptr;
     in >> read;
     std::unique_ptr<newUSBDevice> restored(dynamic_cast<newUSBDevice*>(read));
-    ASSERT_NE(restored, nullptr);
+    ASSERT_TRUE(restored && restored->devicesNode);
     EXPECT_EQ(newUSBDevice::index, 1) << "the stored counter comes back";
-    EXPECT_EQ(restored->name + "|" + restored->deviceInfo, device.name + "|");
-    ASSERT_NE(restored->devicesNode, nullptr);
-    EXPECT_EQ(restored->devicesNode->iSerial + "|" + restored->devicesNode->idVendor, " 3 4C530001090312117392| 0x0781 SanDisk Corp.");
-    EXPECT_EQ(restored->devicesNode->getNumObjects(), 0);
+    EXPECT_EQ(restored->name + "|" + restored->deviceInfo + "|" + restored->devicesNode->iSerial + "|" +
+                  restored->devicesNode->idVendor + "|" + std::to_string(restored->devicesNode->getNumObjects()),
+              device.name + "|| 3 4C530001090312117392| 0x0781 SanDisk Corp.|0");
     std::unique_ptr<Persistent> deviceCopy(device.CreateCopy());
     newUSBDevice& twinDevice = dynamic_cast<newUSBDevice&>(*deviceCopy);
-    EXPECT_EQ(twinDevice.deviceInfo, device.deviceInfo);
-    EXPECT_EQ(twinDevice.devicesNode, nullptr);
+    EXPECT_TRUE(twinDevice.deviceInfo == device.deviceInfo && twinDevice.devicesNode == nullptr);
     EXPECT_STREQ(twinDevice.GetClassName(), "usbDevice");
 }

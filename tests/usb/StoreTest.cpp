@@ -1,13 +1,8 @@
-// The USB records and devices in the state stream: a shared tree comes back
-// as one tree held by all its devices, copies share it, and damaged streams
-// are refused without leaking or freeing anything twice.
-#include <memory>
-
+// The USB devices in the state stream: a shared tree comes back as one tree
+// held by all its devices, copies share it, and damaged streams are refused
+// without leaking or freeing anything twice.
 #include "UsbTestSupport.h"
-#include "common/Persistent.h"
 #include "common/TvkError.h"
-#include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/usbxml.h"
 
 namespace {
 
@@ -17,53 +12,39 @@ public:
     ForgedUSBDevice(USBnode* top, USBnode* node) : top(top), node(node) {}
     void ReadAndWrite(ptstream& stream, direction, unsigned int) override {
         optstream& out = static_cast<optstream&>(stream);
-        out << std::string("usbDevice") << false << "c" << "d" << uint32_t(0) << uint32_t(0) << uint32_t(0);
-        out << static_cast<const Persistent*>(top);
+        out << std::string("usbDevice") << false << "c" << "d" << uint32_t(0) << uint32_t(0) << uint32_t(0) << top;
         out.WriteReference(node);
         out << true;
     }
     void CopyFromPointer(const Persistent*) override {}
     const char* GetRealClassName() const override { return "USBDevice"; }
     Persistent* CreateCopy() const override { return nullptr; }
-    USBnode *top, *node;
+    const Persistent* top;
+    USBnode* node;
 };
 
 USBnode* Child(USBnode* parent, int port) {
     USBnode* child = new USBnode();
-    child->portNumber = port;
     child->parent = parent;
     return parent->children[port] = child;
 }
 
-// The detail of the PersistenceError that reading the objects raises.
+// The detail of the PersistenceError that reading the objects back raises.
 std::string ReadFailure(std::vector<const Persistent*> objects) {
     optstream out;
     for (const Persistent* p : objects) out << p;
     iptstream in = iptstream::FromMemory(out.GetBuffer());
-    std::vector<std::unique_ptr<Persistent>> read;
+    std::vector<std::unique_ptr<Persistent>> read(objects.size());
     try {
-        for (size_t i = 0; i < objects.size(); ++i) {
-            Persistent* p = nullptr;
-            in >> p;
-            read.emplace_back(p);
+        for (auto& p : read) {
+            Persistent* object = nullptr;
+            in >> object;
+            p.reset(object);
         }
     } catch (const PersistenceError& error) {
         return error.GetDetail();
     }
     return "no failure";
-}
-
-template <class T>
-std::unique_ptr<T> RoundTrip(const Persistent& object) {
-    optstream out;
-    out << &object;
-    iptstream in = iptstream::FromMemory(out.GetBuffer());
-    Persistent* read = nullptr;
-    in >> read;
-    std::unique_ptr<T> result(dynamic_cast<T*>(read));
-    EXPECT_NE(result, nullptr);
-    if (!result) delete read;
-    return result;
 }
 
 class UsbStoreTest : public UsbComponentTest {
@@ -72,27 +53,20 @@ protected:
         LiteralReader reader(Fixture("usb/data/" + fixture));
         ParseWithProcBusUsbDevices(reader, component.devices);
     }
-    static std::vector<USBDevice*> UsbDevicesOf(USBTestComponent& c) {
-        std::vector<USBDevice*> result;
-        for (Device* d : c.devices) result.push_back(dynamic_cast<USBDevice*>(d));
-        return result;
-    }
 };
 
 }  // namespace
 
-TEST_F(UsbStoreTest, TreeComesBackWholeAndSharedByAllDevices) {
+TEST_F(UsbStoreTest, TreesComeBackWholeAndSharedByAllDevices) {
     Discover("ehci_uhci_stick.devices");
     std::unique_ptr<USBTestComponent> restored = RoundTrip<USBTestComponent>(component);
     ASSERT_NE(restored, nullptr);
-    const USBnode& a = *UsbDevicesOf(component)[1]->node;
-    std::vector<USBDevice*> after = UsbDevicesOf(*restored);
+    const USBnode& a = *UsbDevicesOf(component.devices)[1]->node;
+    std::vector<USBDevice*> after = UsbDevicesOf(restored->devices);
     ASSERT_EQ(after.size(), 3u);
     USBnode* top = after[0]->TreeTop();
-    ASSERT_NE(top, nullptr);
     for (USBDevice* d : after) EXPECT_EQ(d->TreeTop(), top);
-    EXPECT_EQ(top->Holders(), 3);
-    EXPECT_EQ(top->maxChildren, 2);
+    EXPECT_EQ(top->Holders() * 10 + top->maxChildren, 32);
     EXPECT_FALSE(after[1]->isController);
     USBnode* ehci = after[0]->node;
     EXPECT_EQ(ehci, top->children[0]);
@@ -101,94 +75,79 @@ TEST_F(UsbStoreTest, TreeComesBackWholeAndSharedByAllDevices) {
     EXPECT_EQ(after[1]->node->parent, ehci);
     EXPECT_EQ(after[2]->node, top->children[1]);
     const USBnode& b = *after[1]->node;
-    EXPECT_EQ(b.name + b.speed + b.version + b.class_x + b.vendorId + b.manufacturer + b.serialNumber,
-              a.name + a.speed + a.version + a.class_x + a.vendorId + a.manufacturer + a.serialNumber);
+    EXPECT_EQ(b.name + b.speed + b.version + b.class_x + b.vendorId + b.manufacturer + b.serialNumber + b.configurations[0]->maxPower,
+              a.name + a.speed + a.version + a.class_x + a.vendorId + a.manufacturer + a.serialNumber + a.configurations[0]->maxPower);
     EXPECT_EQ(b.level * 1000 + b.portNumber * 100 + b.deviceNumber, a.level * 1000 + a.portNumber * 100 + a.deviceNumber);
-    EXPECT_EQ(b.configurations[0]->maxPower, a.configurations[0]->maxPower);
     EXPECT_EQ(b.kind, usbKindNone) << "kind is not stored";
     EXPECT_EQ(ehci->bandwidth->total, 800);
-    // The restored devices let go of their tree one by one.
     restored->RemoveDevice(after[0]);
     restored->RemoveDevice(after[2]);
-    EXPECT_EQ(top->Holders(), 1);
+    EXPECT_EQ(top->Holders(), 1) << "the restored devices let go of their tree one by one";
     EXPECT_EQ(after[1]->node->product, "Cruzer");
-}
 
-TEST_F(UsbStoreTest, FactoryPortsAndStandaloneNodesRoundTrip) {
     g_factoryMode = 1;
+    component.PurgeDevices();
     Discover("uhci_external_hub.devices");
-    std::unique_ptr<USBTestComponent> restored = RoundTrip<USBTestComponent>(component);
+    restored = RoundTrip<USBTestComponent>(component);
     ASSERT_NE(restored, nullptr);
-    std::vector<USBDevice*> after = UsbDevicesOf(*restored);
+    after = UsbDevicesOf(restored->devices);
     ASSERT_EQ(after.size(), 8u);
-    USBnode* top = after[0]->TreeTop();
+    top = after[0]->TreeTop();
     EXPECT_EQ(after[2]->node, top) << "an empty port points at the root";
     EXPECT_EQ(after[1]->TreeTop(), after[1]->node) << "the hub's port entry keeps its own node";
-    EXPECT_EQ(top->Holders(), 7);
-    EXPECT_EQ(after[1]->TreeTop()->Holders(), 1);
+    EXPECT_EQ(top->Holders() * 10 + after[1]->TreeTop()->Holders(), 71);
     EXPECT_EQ(after[6]->node->parent, after[3]->node);
-
-    std::unique_ptr<USBDevice> copy = RoundTrip<USBDevice>(USBDevice(usbxml::usbDevice, nullptr, false));
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(copy->node, nullptr) << "a device without a node stores no tree";
-    EXPECT_EQ(copy->TreeTop(), nullptr);
+    std::unique_ptr<USBDevice> bare = RoundTrip<USBDevice>(USBDevice(usbxml::usbDevice, nullptr, false));
+    ASSERT_NE(bare, nullptr);
+    EXPECT_TRUE(bare->node == nullptr && bare->TreeTop() == nullptr) << "a device without a node stores no tree";
 }
 
 TEST_F(UsbStoreTest, CopiesShareTheTreeAndDiscoveriesFreeTheirs) {
     Discover("ehci_uhci_stick.devices");
-    USBDevice* stick = UsbDevicesOf(component)[1];
+    USBDevice* stick = UsbDevicesOf(component.devices)[1];
     USBnode* top = stick->TreeTop();
     {
         std::unique_ptr<Persistent> copy(stick->CreateCopy());
         EXPECT_EQ(static_cast<USBDevice*>(copy.get())->node, stick->node);
         EXPECT_EQ(top->Holders(), 4);
     }
-    EXPECT_EQ(top->Holders(), 3);
     USBDevice other(usbxml::usbDevice, nullptr, false);
     other.CopyFromPointer(stick);
     EXPECT_EQ(other.node, stick->node);
-    // Repeated discoveries leave no tree behind (LeakSanitizer checks).
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < 3; ++i) {  // LeakSanitizer checks that nothing stays behind
         component.PurgeDevices();
         Discover("uhci_external_hub.devices");
         EXPECT_EQ(component.devices.size(), 3u);
     }
     EXPECT_EQ(top->Holders(), 1) << "only the copy holds the first tree now";
-
     component.PurgeDevices();
-    LiteralReader empty(""), closed("", false);
-    EXPECT_EQ(ParseWithProcBusUsbDevices(empty, component.devices), 0);
-    EXPECT_EQ(ParseWithProcBusUsbDevices(closed, component.devices), 0);
-    LiteralReader broken("T:  Bus=01 Lev=00 MxCh= 2\nT:  Bus=01 Lev=01 Port=77 MxCh= 0\n");
+    LiteralReader empty(""), closed("", false), broken("T:  Bus=01 Lev=00 MxCh= 2\nT:  Bus=01 Lev=01 Port=77 MxCh= 0\n");
+    EXPECT_EQ(ParseWithProcBusUsbDevices(empty, component.devices) + ParseWithProcBusUsbDevices(closed, component.devices), 0);
     EXPECT_THROW(ParseWithProcBusUsbDevices(broken, component.devices), TvkError);
     EXPECT_TRUE(component.devices.empty());
 }
 
 TEST_F(UsbStoreTest, DamagedStreamsAreRefused) {
-    {  // A child whose stored parent is its sibling.
+    {  // a child whose stored parent is its sibling
         USBnode root;
-        USBnode* a = Child(&root, 0);
-        Child(&root, 1)->parent = a;
+        Child(&root, 1)->parent = Child(&root, 0);
         EXPECT_EQ(ReadFailure({&root}), "USB node stored under a node not its parent");
         root.children[1]->parent = &root;
     }
-    {  // One node in two child slots: the second is a reference, not an owner.
+    {  // one node in two child slots: the second is a reference, not an owner
         USBnode root;
         root.children[1] = Child(&root, 0);
         EXPECT_EQ(ReadFailure({&root}), "reference where an owned object is expected");
         root.children[1] = nullptr;
     }
     USBnode first, second, stray;
-    USBnode* firstChild = Child(&first, 0);
+    USBnode* inner = Child(&first, 0);
     Child(&second, 3);
-    stray.parent = firstChild;
-    ForgedUSBDevice good(&first, firstChild);
-    const std::pair<ForgedUSBDevice, std::string> cases[] = {
-        {{&second, firstChild}, "USB device's node lies outside its tree"},              // another device's node
-        {{firstChild, firstChild}, "USB device's tree does not start at its top node"},  // an inner node as tree
-        {{&stray, &stray}, "USB device's tree does not start at its top node"},          // a top with a parent
-    };
-    for (const auto& c : cases) EXPECT_EQ(ReadFailure({&good, &c.first}), c.second);
-    const ForgedUSBDevice withoutNode(&first, nullptr);
-    EXPECT_EQ(ReadFailure({&withoutNode}), "USB device's node lies outside its tree");
+    stray.parent = inner;
+    const ForgedUSBDevice good(&first, inner), otherTree(&second, inner), innerTop(inner, inner), strayTop(&stray, &stray),
+        noNode(&first, nullptr);
+    EXPECT_EQ(ReadFailure({&good, &otherTree}), "USB device's node lies outside its tree");
+    EXPECT_EQ(ReadFailure({&good, &innerTop}), "USB device's tree does not start at its top node");
+    EXPECT_EQ(ReadFailure({&good, &strayTop}), "USB device's tree does not start at its top node") << "a top with a parent";
+    EXPECT_EQ(ReadFailure({&noNode}), "USB device's node lies outside its tree");
 }

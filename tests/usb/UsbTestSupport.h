@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <fstream>
 #include <sstream>
 
@@ -20,6 +21,7 @@
 #include "tc/usb/linux/USBInfoReader.h"
 #include "tc/usb/linux/USBtree.h"
 #include "tc/usb/linux/newUSBDevice.h"
+#include "tc/usb/linux/usbxml.h"
 
 // What nvxIsFactory answers; each program defines that function once.
 inline int g_factoryMode = 0;
@@ -137,6 +139,24 @@ protected:
     USBTestComponent component;
 };
 
+// The object after a trip through the state stream; null when another class came back.
+template <class T>
+std::unique_ptr<T> RoundTrip(const Persistent& object) {
+    optstream out;
+    out << &object;
+    iptstream in = iptstream::FromMemory(out.GetBuffer());
+    Persistent* read = nullptr;
+    in >> read;
+    EXPECT_EQ(in.Remaining(), 0u) << "every field read back";
+    std::unique_ptr<Persistent> owned(read);
+    return std::unique_ptr<T>(dynamic_cast<T*>(read) ? static_cast<T*>(owned.release()) : nullptr);
+}
+inline std::vector<USBDevice*> UsbDevicesOf(const DeviceSet& devices) {
+    std::vector<USBDevice*> result;
+    for (Device* d : devices) result.push_back(dynamic_cast<USBDevice*>(d));
+    return result;
+}
+
 using PropertyList = std::vector<std::pair<std::string, std::string>>;
 inline PropertyList Properties(const XmlObject& device) {
     PropertyList result;
@@ -153,6 +173,14 @@ inline std::vector<std::string> TestNames(const XmlObject& device) {
     for (const XmlObject& c : device.children)
         if (c.name == xmldef::test) names.push_back(c.GetAttributeValue(xmldef::name));
     return names;
+}
+// "caption / description {name=value;...} [test ...]" of a device element.
+inline std::string Summary(const XmlObject& xml) {
+    std::string text = xml.GetAttributeValue(xmldef::caption) + " / " + xml.GetAttributeValue(xmldef::description) + " {";
+    for (const auto& [name, value] : Properties(xml)) text += name + "=" + value + ";";
+    text += "} [";
+    for (const std::string& test : TestNames(xml)) text += test + " ";
+    return text + "]";
 }
 inline std::string Caption(const XmlObject& xml) { return xml.GetAttributeValue(xmldef::caption); }
 // Caption and description.

@@ -3,7 +3,6 @@
 // memory services the speed test walks, and their stored forms and copies.
 #include <algorithm>
 
-#include "common/Persistent.h"
 #include "platform/HostServices.h"
 #include "tc/usb/linux/DescTest.h"
 #include "tc/usb/linux/LoopbackTest.h"
@@ -57,8 +56,8 @@ protected:
     }
     static std::vector<std::string> Prompts() {
         std::vector<std::string> texts;
-        for (const std::string& e : g_events)
-            if (XmlObject(e).name == xmldef::diagPrompt) texts.push_back(XmlObject(e).value);
+        for (const XmlObject& e : std::vector<XmlObject>(g_events.begin(), g_events.end()))
+            if (e.name == xmldef::diagPrompt) texts.push_back(e.value);
         return texts;
     }
     // "state|error key" of a run.
@@ -238,12 +237,7 @@ TEST_F(UsbTestsTest, StoredFormsAndCopies) {
     USBDevice owner("usbDevice", nullptr, true);
     owner.AddTest(new SpeedTest(&owner)), owner.AddTest(new DescTest(&owner)), owner.AddTest(new usbLoopbackTest(&owner));
     owner.tests[1]->currentState = "failed";
-    optstream out;
-    out << static_cast<const Persistent*>(&owner);
-    iptstream in = iptstream::FromMemory(out.GetBuffer());
-    Persistent* read = nullptr;
-    in >> read;
-    std::unique_ptr<USBDevice> back(dynamic_cast<USBDevice*>(read));
+    std::unique_ptr<USBDevice> back = RoundTrip<USBDevice>(owner);
     ASSERT_NE(back, nullptr);
     ASSERT_EQ(back->tests.size(), 3u);
     for (size_t i = 0; i < 3; ++i) {
@@ -253,7 +247,8 @@ TEST_F(UsbTestsTest, StoredFormsAndCopies) {
         EXPECT_TRUE(back->tests[i]->parameters.parameters.empty()) << "parameters are not stored";
     }
     EXPECT_EQ(back->tests[1]->currentState, "failed");
-    optstream again;
+    optstream out, again;
+    out << static_cast<const Persistent*>(&owner);
     again << static_cast<const Persistent*>(back.get());
     EXPECT_EQ(again.GetBuffer(), out.GetBuffer()) << "nothing beyond the base's fields";
 

@@ -117,9 +117,8 @@ TEST_F(UsbComponentTest, LsusbRootHubTest) {
         }
         return "passed";
     };
-    newusbRootHubTest restored;
+    newusbRootHubTest restored, onOther(static_cast<newUSBDevice*>(nullptr));
     USBDevice other;
-    newusbRootHubTest onOther(static_cast<newUSBDevice*>(nullptr));
     onOther.device = &other;
     EXPECT_EQ(failure(restored) + "|" + failure(onOther),
               "No USB device associated with this USB test!|No USB device associated with this USB test!");
@@ -146,10 +145,4 @@ TEST_F(UsbComponentTest, LsusbRealOutputOfAMadeUpMachine) {
     ASSERT_EQ(xml.size(), 6u);
     EXPECT_EQ(TestNames(xml[3]), (Names{"rootHubTest", "FileWriteCompareTest"}));
     EXPECT_EQ(Properties(xml[2])[2].second, " 6") << "the device qualifier's type is the hub block's last";
-    std::string records;
-    for (Device* d : component.devices) {
-        const USBDevicesNode& node = *dynamic_cast<newUSBDevice&>(*d).devicesNode;
-        records += std::to_string(node.getNumObjects()) + node.configurations.at(0)->interfaces.at(0)->bInterfaceClass + "|";
-    }
-    EXPECT_EQ(records, "2 255 |1 8 |1 9 |1 9 |1 3 |1 9 |") << "configurations and first interface class of each";
 }

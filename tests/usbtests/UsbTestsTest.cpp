@@ -174,7 +174,7 @@ TEST_F(UsbTestsTest, LoopbackTestCountsHighSpeedStorageAndPromptsOnAMismatch) {
     EXPECT_EQ(g_reader.openedPaths.at(0), "/proc/bus/usb/devices");
 }
 
-TEST_F(UsbTestsTest, AbsentPciFunctionsReadAllOnes) {
+TEST_F(UsbTestsTest, AbsentPciFunctionsReadAllOnesAndMemoryIsCopiedWholeOrAsZeroes) {
     Function("0000:00:1d.7", Ehci({0xFEBFF000}));
     Function("0000:1f:03.2", Config(0x10, 0x03, 0x0C, {}));
     Function("0001:00:1d.0", Ehci({0x1000}));  // another domain: out of reach
@@ -191,10 +191,8 @@ TEST_F(UsbTestsTest, AbsentPciFunctionsReadAllOnes) {
     std::filesystem::remove_all(dir.Path("pci/0000:00:1d.7"));
     UsePaths("mem");
     EXPECT_EQ(nvxGetPciConfigBYTE(0, 0x1d, 7, 0x0B), 0xFF) << "gone after a new listing";
-}
 
-TEST_F(UsbTestsTest, PhysicalMemoryIsCopiedWholeOrAsZeroes) {
-    UsePaths("mem");
+    // Physical memory is copied whole or as zeroes.
     Memory(0x100, "abcdefghijkl");
     char buffer[12];
     EXPECT_EQ(CopyPhysicalMemory(buffer, 0x102, 0, 4, 0), 0);

@@ -1,8 +1,6 @@
 // The devices-file parser: trees of real and odd kernel text, the failures
 // with their exact texts, text beyond the arrays, naming after a parse and
-// the USB 2.0 selection; the reader's text helpers and file reading.
-#include <stdexcept>
-
+// the USB 2.0 selection; the reader's file reading.
 #include "UsbTestSupport.h"
 #include "common/TvkError.h"
 
@@ -186,28 +184,6 @@ TEST_F(ParserTest, HighSpeedStorageSelection) {
         EXPECT_EQ(tree.usb20Devices.size(), selected ? 1u : 0u) << product;
     }
     tree.usb20Devices.clear();
-}
-
-TEST(UsbReader, TextHelpers) {
-    TempDir dir(true);
-    USBInfoReader reader;
-    char line[USBInfoReader::lineBufferSize] = "  idVendor   0x1d6b Linux Foundation\n";
-    EXPECT_EQ(reader.reformatLine(line), "idVendor 0x1d6b Linux Foundation\n ");
-    char empty[USBInfoReader::lineBufferSize] = "\n";
-    EXPECT_EQ(reader.reformatLine(empty), "\n ");
-    char blanks[USBInfoReader::lineBufferSize] = "   ";
-    EXPECT_EQ(reader.reformatLine(blanks), "");
-    EXPECT_EQ(dir.Read("bang1.txt"), "idVendor 0x1d6b Linux Foundation\n reformat idVendor 0x1d6b Linux Foundation\n \n"
-                                     "\n reformat \n \nreformat \n") << "each reformat leaves a trace";
-    EXPECT_EQ(USBInfoReader::extractMoreIn("word") + "|" + USBInfoReader::extractMoreIn("one two three") + "|" +
-                  USBInfoReader::extractMoreIn(""), "word|two three|");
-    EXPECT_EQ(USBInfoReader::extractStringIn("idVendor 0x0781", "idVendor"), "0x0781");
-    EXPECT_EQ(USBInfoReader::extractStringIn("idVendor ", "idVendor"), "");
-    EXPECT_THROW(USBInfoReader::extractStringIn("idVendor", "idVendor"), std::out_of_range);
-    EXPECT_FALSE(USBInfoReader::isFoundInLine(" bcdusb 2.00", "bcdUSB"));
-    EXPECT_EQ(USBInfoReader::processHubPorts("Hub Port Status:\n   Port 1: 0000.0100 power\n   Port 2: 0000.0503 connect\n"
-                                             "Device Status: 0x0001\n"),
-              (std::list<std::string>{"   Port 1: 0000.0100 power", "   Port 2: 0000.0503 connect"}));
 }
 
 TEST(UsbReader, LongLinesOfAFileComeInPiecesAndTheEndIsSeenLate) {

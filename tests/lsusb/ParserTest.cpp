@@ -161,8 +161,8 @@ TEST_F(LsusbParserTest, GatesFillOnlyTheFirstRecordOfALevel) {
     ASSERT_EQ(node.configurations[0]->getNumObjects(), 2);
     const USBInterfaces& first = *node.configurations[0]->interfaces[0];
     const USBInterfaces& second = *node.configurations[0]->interfaces[1];
-    ASSERT_EQ(first.getNumEndpointObjects() * 10 + first.getNumHidObjects(), 22);
-    ASSERT_EQ(second.getNumEndpointObjects() * 10 + second.getNumHidObjects(), 20);
+    ASSERT_EQ(std::pair(first.getNumEndpointObjects(), first.getNumHidObjects()), std::pair(2, 2));
+    ASSERT_EQ(std::pair(second.getNumEndpointObjects(), second.getNumHidObjects()), std::pair(2, 0));
     EXPECT_EQ(J({first.bInterfaceNumber, first.endpoints[0]->bEndpointAddress, first.endpoints[1]->bEndpointAddress,
                  first.hidDevices[0]->wDescriptorLength, first.hidDevices[1]->wDescriptorLength}),
               " 0| 0x81|| 46||");
@@ -184,14 +184,14 @@ TEST_F(LsusbParserTest, GatesFillOnlyTheFirstRecordOfALevel) {
     EXPECT_EQ(J({interface.bInterfaceNumber, interface.bInterfaceClass, interface.endpoints[0]->bInterval}), " 1| 2 Comm| 4|");
 
     // The class digits pick the HID or the hub branch.
-    for (const auto& [cls, branches] : std::vector<std::pair<std::string, int>>{
-             {"239 Miscellaneous Device", 10}, {"39 Odd", 10}, {"9 Hub", 1}, {"8 Mass Storage", 0}, {"255 Vendor", 0}}) {
+    for (const auto& [cls, branches] : std::vector<std::pair<std::string, std::pair<int, int>>>{
+             {"239 Miscellaneous Device", {1, 0}}, {"39 Odd", {1, 0}}, {"9 Hub", {0, 1}}, {"8 Mass Storage", {0, 0}}, {"255 Vendor", {0, 0}}}) {
         ResetLsusbState();
         const USBInterfaces& i = *Parse(DeviceText(head + config + Iface("0", cls) + Hid("52") + Endpoint("0x81", "8") +
                                                    hubPart + status)).configurations.at(0)->interfaces.at(0);
-        EXPECT_EQ(i.getNumHidObjects() * 10 + i.getNumHubObjects(), branches) << cls;
+        EXPECT_EQ(std::pair(i.getNumHidObjects(), i.getNumHubObjects()), branches) << cls;
         EXPECT_EQ(i.getNumEndpointObjects(), 1);
-        if (branches == 1) {
+        if (branches.second == 1) {
             EXPECT_EQ(i.hubs[0]->nNbrPorts + "|" + std::to_string(i.hubs[0]->getNumObjects()), " 4|1");
         }
     }

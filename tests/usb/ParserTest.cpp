@@ -55,7 +55,7 @@ TEST_F(ParserTest, TreesOfKernelText) {
     USBnode* stick = ehci->children[2];
     EXPECT_EQ(Row(ehci), "USB 2.00 Controller EHCI-HCD|USB 2.00 Controller EHCI-HCD||480 MBit/s| 2.00|USB Hub|9|6");
     EXPECT_EQ(ehci->serialNumber + ehci->configurations[0]->maxPower, "0000:00:1d.7  0mA");
-    EXPECT_EQ(ehci->bandwidth->total * 10 + ehci->bandwidth->irq, 8001);
+    EXPECT_EQ(std::pair(ehci->bandwidth->total, ehci->bandwidth->irq), std::pair(800, 1));
     EXPECT_EQ(ehci->configurations[0]->interfaces[0], nullptr) << "the parser makes no interface";
     EXPECT_EQ(ehci->children[1], nullptr);
     ASSERT_NE(stick, nullptr);

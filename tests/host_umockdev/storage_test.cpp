@@ -1,126 +1,177 @@
-// The file write compare test as a host runs it: the real library under
-// umockdev on machines with USB drives, the SCSI tools as stubs in the
-// working directory and the drives as plain files of the testbed.
+// The file write compare and USB port tests on machines with USB drives: stub
+// SCSI and mount tools that never mount anything, drives as plain testbed files.
 #include <gtest/gtest.h>
 
-#include "Expectations.h"
-#include "StorageMachine.h"
+#include <filesystem>
+
+#include "Host.h"
 
 namespace {
 
-const std::string fwc = "FileWriteCompareTest";
+const std::string fwc = "FileWriteCompareTest", port = "UsbPortTest";
 const std::string reference = "REFERENCE DATA OF THE FILE WRITE COMPARE TEST\n";
-const std::string blank(4096, '.');
+const std::string blank(4096, '.'), written = reference + blank.substr(reference.size());
+const std::string install = "Install High Speed USB Flash Drives into all USB ports";
+const std::string sgMap =
+    "/dev/sg0  /dev/sdb\n/dev/sg1  /dev/sdc\n/dev/sg2  /dev/sdd\n/dev/sg3  /dev/sde\n/dev/sg4  /dev/sdf\n";
+const std::string disk = "standard INQUIRY:\n  PQual=0  Device_type=0  RMB=1  version=0x04\n";
+const Strings mountAndCopy = {"sg_scan", "sg_map", "sg_inq [/dev/sdb]", "mkdir [-p] [/mnt/usbdrive]",
+                              "mount [-t] [vfat] [/dev/sdb1] [/mnt/usbdrive]", "cp [SSO.DAT] [/mnt/usbdrive/SSO.DAT]",
+                              "umount [/mnt/usbdrive]", "rm [-rf] [/mnt/usbdrive]"};
 
-std::vector<std::string> Script(const std::string& attributes) {
-    std::vector<std::string> script = Opening(false);
-    script.push_back("run <id/>");
-    script.push_back(RunTestLine("usbDevice0", fwc, attributes));
-    return script;
-}
+struct Drives : FakeMachine {
+    explicit Drives(const char* fixture) : FakeMachine(fixture) {
+        Write("data/sg_scan", "/dev/sg0: scsi2 channel=0 id=0 lun=0 [em]\n/dev/sg1: scsi3 channel=0 id=0 lun=0 [em]\n"
+                              "/dev/sg2: scsi4 channel=0 id=0 lun=0 [em]\n/dev/sg3: scsi5 channel=0 id=0 lun=0 [em]\n"
+                              "/dev/sg4: scsi6 channel=0 id=0 lun=0 [em]\n");
+        Write("data/sg_map", sgMap);
+        Write("data/sg_inq", disk);
+    }
+    // One test after discovery in field mode; the storage tools' calls into `calls`.
+    Strings Test(const std::string& device, const std::string& test, const std::string& attributes,
+                 Strings* calls = nullptr, std::vector<int>* progress = nullptr) {
+        Remove("calls.log");
+        const Session s = Run(Opening(false, {"run <id/>", RunTest(device, test, attributes)}));
+        for (const std::string& call : Calls())
+            if (calls && call.compare(0, 19, "mount [-t] [usbfs] ") != 0 && call != "sync") calls->push_back(call);
+        return Outcome(s.Nth(RunTest(device, test, attributes)), progress);
+    }
+    bool AnyFileNamed(const std::string& text) const {
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+            if (entry.path().filename().string().find(text) != std::string::npos) return true;
+        return false;
+    }
+};
 
-Outcome RunOn(StorageMachine& m, const std::string& attributes) {
-    const Session session = m.Run(Script(attributes));
-    EXPECT_EQ(session.status, 0) << session.errors;
-    return ReadOutcome(session.Nth(RunTestLine("usbDevice0", fwc, attributes)));
+struct Case {
+    Attributes writes;  // files written before the run
+    std::string device, attributes;
+    Strings outcome;            // state, error key, detail, prompts
+    Strings calls = {};         // of the storage tools; not checked when empty
+    std::vector<int> progress = {};  // not checked when empty
+};
+
+void Play(Drives& m, const std::string& test, const std::vector<Case>& cases) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.device + " " + c.attributes + (c.writes.empty() ? "" : " after writing " + c.writes[0].first));
+        for (const auto& file : c.writes) m.Write(file.first, file.second);
+        Strings calls;
+        std::vector<int> progress;
+        EXPECT_EQ(m.Test(c.device, test, c.attributes, &calls, &progress), c.outcome);
+        if (!c.calls.empty()) {
+            EXPECT_EQ(calls, c.calls);
+        }
+        if (!c.progress.empty()) {
+            EXPECT_EQ(progress, c.progress);
+        }
+    }
 }
 
 }  // namespace
 
-TEST(FileWriteCompare, TwoDrivesAreWrittenAndReadBack) {
-    StorageMachine m("storage_two");
-    m.SetReference(reference);
-    m.AddDisk("sde", blank);
-    m.AddDisk("sdf", blank);
-    const Outcome o = RunOn(m, "numUSBdrives=\"2\"");
-    EXPECT_EQ(o.state, "passed") << o.error << " / " << o.detail;
-    EXPECT_EQ(o.progress, (std::vector<int>{0, 1, 33, 66, 99, 100}));
-    EXPECT_TRUE(o.prompts.empty());
-    EXPECT_EQ(m.Disk("sde"), reference + blank.substr(reference.size()));
-    EXPECT_EQ(m.Disk("sdf"), reference + blank.substr(reference.size()));
+TEST(StorageTests, TwoDrivesAreWrittenAndReadBackAndASlowOneFailsThePortTest) {
+    Drives m("storage_two");
+    m.Write("work/SSO.DAT", reference);
+    m.Write("testbed/dev/sde", blank);
+    m.Write("testbed/dev/sdf", blank);
+    Strings calls;
+    std::vector<int> progress;
+    EXPECT_EQ(m.Test("usbDevice0", fwc, "numUSBdrives=\"2\"", &calls, &progress), (Strings{"passed", "", ""}));
+    EXPECT_EQ(progress, (std::vector<int>{0, 1, 33, 66, 99, 100}));
+    EXPECT_EQ(m.Read("testbed/dev/sde"), written);
+    EXPECT_EQ(m.Read("testbed/dev/sdf"), written);
     // The slow stick is no high-speed drive and is not touched.
-    EXPECT_EQ(m.Calls(), (std::vector<std::string>{"sg_scan", "sg_map", "sg_scan", "sg_map"}));
+    EXPECT_EQ(calls, (Strings{"sg_scan", "sg_map", "sg_scan", "sg_map"}));
+
+    calls.clear();
+    EXPECT_EQ(m.Test("usbDevice0", port, "retries=\"0\" numUSBdrives=\"3\"", &calls),
+              (Strings{"failed", "High Speed USB Flash Drive NOT connected. Expected Speed: 480 Mbps",
+                       "Actual USB Device Speed: 12 Mbps, Failed at  port-1", install}));
+    ASSERT_GE(calls.size(), 3u);
+    EXPECT_EQ(Strings(calls.end() - 3, calls.end()),
+              (Strings{"mkdir [-p] [/mnt/usbdrive]", "umount [/mnt/usbdrive]", "rm [-rf] [/mnt/usbdrive]"}));
 }
 
-TEST(FileWriteCompare, WrongNumberPromptsFromTheSecondTry) {
-    StorageMachine m("storage_one");
-    m.SetReference(reference);
-    m.AddDisk("sdb", blank);
-    const Outcome o = RunOn(m, "numUSBdrives=\"2\" retries=\"2\"");
-    EXPECT_EQ(o.state, "failed");
-    EXPECT_EQ(o.error, "Incorrect number of USB Devices");
-    EXPECT_EQ(o.detail, "");
-    const std::string prompt = "Please insert the USB drive keys into unit. Number of USB Devices Connected:1, "
-                               "Number of USB Devices Expected:2";
-    EXPECT_EQ(o.prompts, (std::vector<std::string>{prompt + " (try #2)", prompt + " (try #3)"}));
-    EXPECT_EQ(m.Disk("sdb"), blank);
-
-    const Outcome own = RunOn(m, "numUSBdrives=\"3\" retries=\"1\" userPrompt=\"Plug in three sticks.\"");
-    EXPECT_EQ(own.prompts, (std::vector<std::string>{"Plug in three sticks. Number of USB Devices Connected:1, "
-                                                     "Number of USB Devices Expected:3 (try #2)"}));
-    const Outcome range = RunOn(m, "numUSBdrives=\"33\"");
-    EXPECT_EQ(range.error, "Parameter outside acceptable range");
-}
-
-TEST(FileWriteCompare, EachCheckFailsWithItsText) {
-    StorageMachine m("storage_one");
-    m.AddDisk("sdb", blank);
-    Outcome o = RunOn(m, "retries=\"0\"");
-    EXPECT_EQ(o.error, "Could not locate files");
-    EXPECT_EQ(o.detail, "Could not locate files");
-    EXPECT_EQ(o.progress, (std::vector<int>{0, 1, 100}));
-
-    m.SetReference(reference);
-    m.SetSgMap("/dev/sg1  /dev/sdc\n");
-    o = RunOn(m, "retries=\"0\"");
-    EXPECT_EQ(o.error, "Device Not Connected");
-    EXPECT_EQ(o.detail, "");
-
-    // A drive that keeps nothing of what is written to it.
-    m.SetSgMap("/dev/sg0  /dev/zero\n");
-    o = RunOn(m, "retries=\"0\"");
-    EXPECT_EQ(o.error, "Data Comparison Failure");
-    EXPECT_EQ(o.detail, "failed for drive /dev/zero");
-    m.SetSgMap("/dev/sg0  /dev/null\n");
-    o = RunOn(m, "retries=\"0\"");
-    EXPECT_EQ(o.error, "Read Data Failure");
-    EXPECT_EQ(o.detail, "failed for drive /dev/null");
-
-    m.SetSgMap("/dev/sg0  /dev/sdb\n");
-    m.SetReference("");
-    o = RunOn(m, "retries=\"0\"");
-    EXPECT_EQ(o.error, "Read Data Failure");
-    EXPECT_EQ(o.detail, "failed for drive /dev/sdb");
-    EXPECT_EQ(m.Disk("sdb"), blank);
-    EXPECT_EQ(o.progress, (std::vector<int>{0, 1, 50, 100}));
-}
-
-TEST(FileWriteCompare, ADriveWithAMountedPartitionIsNotWritten) {
-    StorageMachine m("storage_one");
-    m.SetReference(reference);
-    m.AddDisk("sdb", blank);
-    m.SetMounts("/dev/sda1 / ext4 rw 0 0\n/dev/sdb1 /media/stick vfat rw 0 0\n");
-    const Outcome o = RunOn(m, "retries=\"0\"");
-    EXPECT_EQ(o.state, "failed");
-    EXPECT_EQ(o.error, "Drive has a mounted partition; it is not written");
-    EXPECT_EQ(o.detail, "failed for drive /dev/sdb");
-    EXPECT_EQ(m.Disk("sdb"), blank);
-
-    m.SetMounts("/dev/sda1 / ext4 rw 0 0\n/dev/sdb /media/whole vfat rw 0 0\n");
-    EXPECT_EQ(RunOn(m, "retries=\"0\"").error, "Drive has a mounted partition; it is not written");
-    m.SetMounts("/dev/sda1 / ext4 rw 0 0\n/dev/sdba1 /media/other vfat rw 0 0\n");
-    EXPECT_EQ(RunOn(m, "retries=\"0\"").state, "passed");
-    EXPECT_EQ(m.Disk("sdb"), reference + blank.substr(reference.size()));
-}
-
-TEST(FileWriteCompare, ToolOutputNeverReachesAShell) {
-    StorageMachine m("storage_one");
-    m.SetReference(reference);
-    m.AddDisk("sdb", blank);
-    m.SetSgMap("/dev/sg0  /dev/sdb; touch PWNED\n");
-    const Outcome o = RunOn(m, "retries=\"0\"");
-    EXPECT_EQ(o.error, "Device Not Connected");
-    EXPECT_EQ(o.detail, "failed for drive /dev/sdb; touch PWNED");
+TEST(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
+    Drives m("storage_one");
+    m.Write("testbed/dev/sdb", blank);
+    const std::string count = "Please insert the USB drive keys into unit. Number of USB Devices Connected:1, "
+                              "Number of USB Devices Expected:";
+    const std::string mounted = "Drive has a mounted partition; it is not written", none = "retries=\"0\"";
+    Play(m, fwc,
+         {{{}, "usbDevice0", none, {"failed", "Could not locate files", "Could not locate files"}, {}, {0, 1, 100}},
+          {{{"work/SSO.DAT", reference}, {"data/sg_map", "/dev/sg1  /dev/sdc\n"}},
+           "usbDevice0", none, {"failed", "Device Not Connected", ""}},
+          // A drive that keeps nothing of what is written to it, and one that gives nothing back.
+          {{{"data/sg_map", "/dev/sg0  /dev/zero\n"}},
+           "usbDevice0", none, {"failed", "Data Comparison Failure", "failed for drive /dev/zero"}},
+          {{{"data/sg_map", "/dev/sg0  /dev/null\n"}},
+           "usbDevice0", none, {"failed", "Read Data Failure", "failed for drive /dev/null"}},
+          {{{"data/sg_map", "/dev/sg0  /dev/sdb; touch PWNED\n"}},
+           "usbDevice0", none, {"failed", "Device Not Connected", "failed for drive /dev/sdb; touch PWNED"}},
+          {{{"data/sg_map", sgMap}, {"testbed/proc/self/mounts", "/dev/sdb1 /m vfat rw 0 0\n"}},
+           "usbDevice0", none, {"failed", mounted, "failed for drive /dev/sdb"}},
+          {{{"testbed/proc/self/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb /m vfat rw 0 0\n"}},
+           "usbDevice0", none, {"failed", mounted, "failed for drive /dev/sdb"}},
+          {{{"testbed/proc/self/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdba1 /m vfat rw 0 0\n"}, {"work/SSO.DAT", ""}},
+           "usbDevice0", none, {"failed", "Read Data Failure", "failed for drive /dev/sdb"}, {}, {0, 1, 50, 100}},
+          // The operator is asked from the second try on.
+          {{{"work/SSO.DAT", reference}}, "usbDevice0", "numUSBdrives=\"2\" retries=\"2\"",
+           {"failed", "Incorrect number of USB Devices", "", count + "2 (try #2)", count + "2 (try #3)"}},
+          {{},
+           "usbDevice0", "numUSBdrives=\"3\" retries=\"1\" userPrompt=\"Plug in three sticks.\"",
+           {"failed", "Incorrect number of USB Devices", "",
+            "Plug in three sticks. Number of USB Devices Connected:1, Number of USB Devices Expected:3 (try #2)"}},
+          {{}, "usbDevice0", "numUSBdrives=\"33\"",
+           {"failed", "Parameter outside acceptable range", "You entered 33, please enter a value between 1 and 32"}}});
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), blank);
     EXPECT_FALSE(m.AnyFileNamed("PWNED"));
-    EXPECT_EQ(m.Disk("sdb"), blank);
+    // Another drive's partition mounted: this one is written and read back.
+    EXPECT_EQ(m.Test("usbDevice0", fwc, none), (Strings{"passed", "", ""}));
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), written);
+}
+
+TEST(UsbPortTest, EachCheckFailsWithItsTextAndAStuckMountIsNeverRemovedRecursively) {
+    if (std::filesystem::exists("/mnt/usbdrive/SSO.DAT")) GTEST_SKIP() << "this machine has /mnt/usbdrive/SSO.DAT";
+    Drives m("storage_one");
+    const std::string none = "retries=\"0\"";
+    Strings mountFails = mountAndCopy, stuck = mountAndCopy;
+    mountFails.erase(mountFails.begin() + 5);  // no copy
+    stuck.pop_back();                          // no removal
+    Play(m, port,
+         {{{}, "usbDevice0", none, {"failed", "Could not locate files", "SSO.DAT", install}, {}, {0, 100}},
+          // Counts and speeds are checked before any mount.
+          {{{"work/SSO.DAT", "PORT TEST REFERENCE\n"}}, "usbDevice0", "retries=\"0\" numUSBdrives=\"2\"",
+           {"failed", "Incorrect number of USB Devices", "\nFound:1,Expected:2", install,
+            install + "\nFound:1,Expected:2"},
+           {"sg_scan", "sg_map", "sg_inq [/dev/sdb]"}},
+          // A device that sg_inq does not call a disk is taken off the count.
+          {{{"data/sg_inq", "PQual=0  Device_type=5\n"}}, "usbDevice0", none,
+           {"failed", "Incorrect number of USB Devices", "\nFound:0,Expected:1", install,
+            install + "\nFound:0,Expected:1"}},
+          // The full-speed controller with its stick.
+          {{{"data/sg_inq", disk}}, "usbDevice2", none,
+           {"failed", "High Speed USB Controller NOT connected. Expected Speed: 480 Mbps",
+            "Controller Actual Speed: 12 Mbps", install},
+           {"sg_scan", "sg_map", "sg_inq [/dev/sdc]"}},
+          {{{"data/mount.status", "32"}}, "usbDevice0", none,
+           {"failed", "USB Drive could not be mounted", "Failed for port-1", install, "Mount failed: err code:8192"},
+           mountFails},
+          // The stub cp writes nothing, so the copy is not on the drive.
+          {{{"data/mount.status", ""}},
+           "usbDevice0", none, {"failed", "Could not locate files", "Failed for port-1", install}, mountAndCopy},
+          {{}, "usbDevice1", none, {"failed", "Test not found", "UsbPortTest"}, {}}});
+    EXPECT_EQ(m.Read("testbed/proc/self/mounts").find("/mnt/usbdrive"), std::string::npos);
+
+    Strings hostile = mountFails;
+    hostile[2] = "sg_inq [/dev/sdb; touch PWNED]";
+    hostile[4] = "mount [-t] [vfat] [/dev/sdb; touch PWNED1] [/mnt/usbdrive]";
+    Play(m, port,
+         {{{{"data/sg_map", "/dev/sg0  /dev/sdb; touch PWNED\n"}, {"data/mount.status", "1"}}, "usbDevice0", none,
+           {"failed", "USB Drive could not be mounted", "Failed for port-1", install, "Mount failed: err code:256"},
+           hostile},
+          {{{"data/sg_map", sgMap}, {"data/mount.status", ""}, {"data/umount.status", "32"}},
+           "usbDevice0", none, {"failed", "Could not locate files", "Failed for port-1", install}, stuck}});
+    EXPECT_FALSE(m.AnyFileNamed("PWNED"));
+    EXPECT_NE(m.Read("testbed/proc/self/mounts").find("/dev/sdb1 /mnt/usbdrive vfat"), std::string::npos);
 }

@@ -1,0 +1,447 @@
+#include "Host.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+const char* const failureMark = "work/libzorbus.so.failure.version";
+const char* const version = "<diagVersion>8.6.0.3755A</diagVersion>";
+
+namespace {
+
+// The file a testbed carries so that the session can tell the preload works.
+const char* const testbedMark = "/proc/zorbus-testbed";
+const int hostProcessor = 3;
+
+// XML as the component writes it: double quotes, no declaration.
+
+std::string Decode(std::string text) {
+    static const std::pair<const char*, char> entities[] = {{"&lt;", '<'},  {"&gt;", '>'},   {"&quot;", '"'},
+                                                            {"&apos;", '\''}, {"&#10;", '\n'}, {"&#13;", '\r'},
+                                                            {"&#9;", '\t'},  {"&amp;", '&'}};  // "&amp;" last
+    for (const auto& e : entities)
+        for (size_t at = 0; (at = text.find(e.first, at)) != std::string::npos; ++at)
+            text.replace(at, std::strlen(e.first), 1, e.second);
+    return text;
+}
+
+struct Reader {
+    const std::string& s;
+    size_t pos = 0;
+    [[noreturn]] void Fail(const char* what) const {
+        throw std::runtime_error(std::string(what) + " at offset " + std::to_string(pos) + " in: " + s);
+    }
+    size_t Find(const char* what) const {
+        const size_t at = s.find(what, pos);
+        if (at == std::string::npos) Fail("unterminated element");
+        return at;
+    }
+    Element Read() {
+        if (s.compare(pos, 1, "<") != 0) Fail("no element");
+        Element e;
+        const size_t nameEnd = s.find_first_of(" />", ++pos);
+        e.name = s.substr(pos, nameEnd - pos);
+        for (pos = nameEnd; s.compare(pos, 1, ">") != 0; ++pos) {
+            if (s.compare(pos, 2, "/>") == 0) return pos += 2, e;
+            if (s.compare(pos, 1, " ") != 0) Fail("unexpected character");
+            const size_t equals = Find("=\""), close = s.find('"', equals + 2);
+            if (close == std::string::npos) Fail("unterminated attribute");
+            e.attributes.emplace_back(s.substr(pos + 1, equals - pos - 1),
+                                      Decode(s.substr(equals + 2, close - equals - 2)));
+            pos = close;
+        }
+        for (++pos; s.compare(pos, 2, "</") != 0;) {
+            if (s.compare(pos, 1, "<") == 0) {
+                e.children.push_back(Read());
+            } else {
+                const size_t end = Find("<");
+                e.text += Decode(s.substr(pos, end - pos));
+                pos = end;
+            }
+        }
+        const std::string close = "</" + e.name + ">";
+        if (s.compare(pos, close.size(), close) != 0) Fail("mismatched end tag");
+        pos += close.size();
+        return e;
+    }
+};
+
+// The host process of a session. Script: one call per line, "verb argument"; a verb alone passes null.
+//   factory|medium 0|1   what nvxIsFactory / nvxIsDiagsCD answer from now on
+//   translator, init, uninit   InitializeTCTranslator, Initialize, Uninitialize
+//   initialized          IsInitialized, as answer
+//   callback             SetCallback with the recording callback, then its release
+//   run XML              ExecuteXMLCommand, then its release
+//   hold XML             ExecuteXMLCommand, kept
+//   release              both releases; answers the innermost answer still held
+//   file PATH            a file's bytes, as answer
+// Transcript: records "kind length\ntext\n"; kind "step", "answer" or "event".
+// Prompts are answered with the first button, as an operator pressing OK.
+
+int factoryMode = 0, diagsMedium = 0;
+std::FILE* transcript = nullptr;
+
+void Record(const char* kind, const std::string& text) {
+    std::fprintf(transcript, "%s %zu\n", kind, text.size());
+    std::fwrite(text.data(), 1, text.size(), transcript);
+    std::fputc('\n', transcript);
+    std::fflush(transcript);  // a session that dies half-way still leaves what it did
+}
+
+char* Callback(const char* xml) {
+    Record("event", xml ? xml : "<null>");
+    if (!xml || std::strncmp(xml, "<diagPrompt ", 12) != 0) return nullptr;
+    static const char reply[] = "<diagPromptResponse value=\"0\"/>";
+    return std::strcpy(new char[sizeof reply], reply);
+}
+
+int RunHostSession(const char* scriptPath, const char* transcriptPath) {
+    if (access(testbedMark, F_OK) != 0) {
+        std::fprintf(stderr, "host session: %s not visible; is the umockdev preload active?\n", testbedMark);
+        return 2;
+    }
+    std::ifstream script(scriptPath);
+    transcript = std::fopen(transcriptPath, "w");
+    void* library = dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+    if (!script || !transcript || !library) {
+        std::fprintf(stderr, "host session: cannot start: %s\n", library ? "script or transcript" : dlerror());
+        return 3;
+    }
+    auto entry = [library](const char* name) {
+        void* f = dlsym(library, name);
+        if (!f) throw std::runtime_error(std::string("missing entry point ") + name);
+        return f;
+    };
+    using TextCall = void (*)(const char*);
+    using Release = void (*)();
+    const auto Initialize = reinterpret_cast<TextCall>(entry("Initialize"));
+    const auto Uninitialize = reinterpret_cast<TextCall>(entry("Uninitialize"));
+    const auto Translator = reinterpret_cast<TextCall>(entry("InitializeTCTranslator"));
+    const auto IsInitialized = reinterpret_cast<int (*)()>(entry("IsInitialized"));
+    const auto SetCallback = reinterpret_cast<char* (*)(char* (*)(const char*))>(entry("SetCallback"));
+    const auto Execute = reinterpret_cast<char* (*)(const char*)>(entry("ExecuteXMLCommand"));
+    const auto ReleaseCallback = reinterpret_cast<Release>(entry("FreeLastSetCallbackResult"));
+    const auto ReleaseAnswer = reinterpret_cast<Release>(entry("FreeLastExecuteXMLCommandResult"));
+    const auto Answer = [](const char* text) { Record("answer", text ? text : "<null>"); };
+
+    std::vector<char*> held;
+    for (std::string line; std::getline(script, line);) {
+        const size_t blank = line.find(' ');
+        const std::string verb = line.substr(0, blank), text = blank == std::string::npos ? "" : line.substr(blank + 1);
+        const char* argument = blank == std::string::npos ? nullptr : text.c_str();
+        Record("step", line);
+        if (verb == "factory") factoryMode = std::atoi(text.c_str());
+        else if (verb == "medium") diagsMedium = std::atoi(text.c_str());
+        else if (verb == "translator") Translator(argument);
+        else if (verb == "init") Initialize(argument);
+        else if (verb == "uninit") Uninitialize(argument);
+        else if (verb == "initialized") Answer(std::to_string(IsInitialized()).c_str());
+        else if (verb == "callback") Answer(SetCallback(&Callback)), ReleaseCallback();
+        else if (verb == "run") Answer(Execute(argument)), ReleaseAnswer();
+        else if (verb == "hold") held.push_back(Execute(argument)), Answer(held.back());
+        else if (verb == "release") {
+            ReleaseAnswer();
+            ReleaseCallback();
+            if (!held.empty()) held.pop_back();
+            Answer(held.empty() ? "<none>" : held.back());
+        } else if (verb == "file") {
+            Record("answer", access(text.c_str(), F_OK) == 0 ? ReadText(text) : "<no file>");
+        } else {
+            std::fprintf(stderr, "host session: unknown verb in \"%s\"\n", line.c_str());
+            return 3;
+        }
+    }
+    std::fclose(transcript);
+    return 0;  // the library stays loaded, as in a host; leak checks at exit still see its globals
+}
+
+std::vector<Step> ReadTranscript(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::vector<Step> steps;
+    std::string kind;
+    for (size_t length = 0; in >> kind >> length;) {
+        std::string text(length + 1, '\0');
+        in.get();
+        in.read(&text[0], static_cast<std::streamsize>(length + 1));
+        text.pop_back();
+        if (kind == "step") steps.push_back({text, "", {}});
+        else if (steps.empty()) throw std::runtime_error("transcript record before any step");
+        else if (kind == "answer") steps.back().answer = text;
+        else steps.back().events.push_back(text);
+    }
+    return steps;
+}
+
+std::string MakeFolder() {
+    char pattern[] = "/tmp/zorbus-e2e-XXXXXX";
+    if (!mkdtemp(pattern)) throw std::runtime_error("mkdtemp failed");
+    return pattern;
+}
+
+}  // namespace
+
+// Host services: this host decides the mode and the processor.
+extern "C" {
+__attribute__((visibility("default"))) int nvxIsFactory() { return factoryMode; }
+__attribute__((visibility("default"))) int nvxIsDiagsCD() { return diagsMedium; }
+__attribute__((visibility("default"))) int nvxGetCurrentCPU() { return hostProcessor; }
+}
+
+// One program, two roles: the tests, and (with --host-session) the host they start.
+int main(int argc, char** argv) {
+    if (argc == 4 && std::strcmp(argv[1], "--host-session") == 0) return RunHostSession(argv[2], argv[3]);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
+
+std::string ReadText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+std::string Element::Attr(const std::string& key) const {
+    for (const auto& a : attributes)
+        if (a.first == key) return a.second;
+    return "<absent>";
+}
+
+Element Element::Parse(const std::string& xml) {
+    Reader reader{xml};
+    Element root = reader.Read();
+    if (reader.pos != xml.size()) reader.Fail("text after the root element");
+    return root;
+}
+
+const Step& Session::Nth(const std::string& prefix, size_t n) const {
+    for (const Step& step : steps)
+        if (step.line.compare(0, prefix.size(), prefix) == 0 && n-- == 0) return step;
+    throw std::runtime_error("no step \"" + prefix + "\" in the transcript; host said: " + errors);
+}
+
+FakeMachine::FakeMachine(const std::string& fixture) : folder(MakeFolder()) {
+    for (const char* sub : {"testbed/proc", "testbed/ioctl", "work", "stubs", "data"})
+        fs::create_directories(folder + "/" + sub);
+    if (!fixture.empty())
+        fs::copy(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/" + fixture + "/proc", folder + "/testbed/proc",
+                 fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    Write(std::string("testbed") + testbedMark, "testbed\n");
+
+    // Every stub logs its call, prints its data file and mounts nothing: a
+    // vfat mount only enters the testbed's mount table, umount takes it out.
+    const std::string data = folder + "/data/", mounts = folder + "/testbed/proc/self/mounts";
+    const std::string stub =
+        "#!/bin/sh\nt=$(basename \"$0\")\n"
+        "{ printf %s \"$t\"; for a in \"$@\"; do printf ' [%s]' \"$a\"; done; echo; } >> '" + folder + "/calls.log'\n"
+        "[ \"$t\" = mount ] && [ \"$2\" != vfat ] && exit 0\n"
+        "[ -s \"" + data + "$t.status\" ] && exit $(cat \"" + data + "$t.status\")\n"
+        "cat \"" + data + "$t\" 2>/dev/null\n"
+        "[ \"$t\" = mount ] && printf '%s %s vfat rw 0 0\\n' \"$3\" \"$4\" >> '" + mounts + "'\n"
+        "[ \"$t\" = umount ] && grep -v \" $1 \" '" + mounts + "' > '" + mounts + ".new' && mv '" + mounts + ".new' '" +
+        mounts + "'\nexit 0\n";
+    for (const char* tool : {"stubs/mount", "stubs/umount", "stubs/sync", "stubs/lsusb", "stubs/sg_scan",
+                             "stubs/sg_map", "stubs/sg_inq", "stubs/mkdir", "stubs/rm", "stubs/cp", "work/sg_scan",
+                             "work/sg_map"}) {
+        Write(tool, stub);
+        if (chmod((folder + "/" + tool).c_str(), 0755) != 0) throw std::runtime_error(std::string("chmod ") + tool);
+    }
+    // Opening a testbed file under /dev connects here; no ioctl is ever asked.
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (folder + "/testbed/ioctl/_default").copy(address.sun_path, sizeof address.sun_path - 1);
+    ioctlSocket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (ioctlSocket < 0 || bind(ioctlSocket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        listen(ioctlSocket, 64) != 0)
+        throw std::runtime_error("cannot listen on the testbed's ioctl socket");
+}
+
+FakeMachine::~FakeMachine() {
+    close(ioctlSocket);
+    std::error_code ignored;
+    fs::remove_all(folder, ignored);
+}
+
+void FakeMachine::Write(const std::string& path, const std::string& text) const {
+    fs::create_directories(fs::path(folder + "/" + path).parent_path());
+    std::ofstream out(folder + "/" + path, std::ios::binary);
+    if (!(out << text)) throw std::runtime_error("cannot write " + path);
+}
+
+std::string FakeMachine::Read(const std::string& path) const { return ReadText(folder + "/" + path); }
+
+bool FakeMachine::Has(const std::string& path) const { return fs::exists(folder + "/" + path); }
+
+bool FakeMachine::Remove(const std::string& path) const {
+    std::error_code ignored;
+    fs::remove(folder + "/" + path, ignored);
+    return path.compare(0, 8, "testbed/") != 0 || !fs::exists(path.substr(7), ignored);
+}
+
+Strings FakeMachine::Calls() const {
+    Strings calls;
+    std::ifstream in(folder + "/calls.log");
+    for (std::string line; std::getline(in, line);) calls.push_back(line);
+    return calls;
+}
+
+Session FakeMachine::Run(const Strings& script) {
+    std::string text;
+    for (const std::string& line : script) text += line + "\n";
+    Write("script.txt", text);
+    Remove("transcript.txt");
+    char self[4096];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    self[length > 0 ? length : 0] = '\0';
+    // gcc's ASan runtime refuses to start behind the umockdev preload unless told.
+    const char* asan = getenv("ASAN_OPTIONS");
+    const std::string asanOptions = std::string(asan ? asan : "") + ":verify_asan_link_order=0";
+    const std::string path = folder + "/stubs:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
+
+    const pid_t child = fork();
+    if (child < 0) throw std::runtime_error("fork failed");
+    if (child == 0) {
+        FILE* out = std::fopen((folder + "/session.out").c_str(), "w");
+        if (!out || chdir((folder + "/work").c_str()) != 0) _exit(126);
+        dup2(fileno(out), 1);
+        dup2(fileno(out), 2);
+        setenv("UMOCKDEV_DIR", (folder + "/testbed").c_str(), 1);
+        setenv("PATH", path.c_str(), 1);
+        setenv("ASAN_OPTIONS", asanOptions.c_str(), 1);
+        execlp("umockdev-wrapper", "umockdev-wrapper", self, "--host-session", (folder + "/script.txt").c_str(),
+               (folder + "/transcript.txt").c_str(), static_cast<char*>(nullptr));
+        std::fprintf(stderr, "cannot start umockdev-wrapper: %s\n", std::strerror(errno));
+        _exit(127);
+    }
+    Session session;
+    int status = 0;
+    std::vector<int> accepted;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        pollfd p{ioctlSocket, POLLIN, 0};
+        if (poll(&p, 1, 20) > 0) accepted.push_back(accept(ioctlSocket, nullptr, nullptr));
+    }
+    for (int fd : accepted) close(fd);
+    session.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    session.errors = Read("session.out");
+    session.steps = ReadTranscript(folder + "/transcript.txt");
+    EXPECT_EQ(session.status, 0) << session.errors;
+    return session;
+}
+
+Strings Opening(bool factory, const Strings& then) {
+    Strings script{std::string("factory ") + (factory ? "1" : "0"), "translator C",
+                   "init <init component=\"libzorbus.so\"/>", "callback"};
+    script.insert(script.end(), then.begin(), then.end());
+    return script;
+}
+
+std::string RunTest(const std::string& device, const std::string& test, const std::string& attributes) {
+    return "run <runTest device=\"" + device + "\" test=\"" + test + "\" component=\"libzorbus.so\"" +
+           (attributes.empty() ? "" : " " + attributes) + "/>";
+}
+
+void ExpectDevices(const std::string& answer, const std::string& category, const std::vector<Dev>& expected) {
+    static const Element rootHubTest = Element::Parse(
+        "<test name=\"rootHubTest\" caption=\"Root Hub Detect Test\" description=\"Discovers the presence of a working "
+        "root hub\" interactive=\"0\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"1\" complete=\"1\" "
+        "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" fieldtest=\"1\">"
+        "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test fails\" type=\"int\" "
+        "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>");
+    const Element root = Element::Parse(answer);
+    const bool catalog = root.name == "catResult";
+    EXPECT_TRUE(root.attributes.empty());
+    ASSERT_EQ(root.children.size(), expected.size()) << answer;
+    for (size_t i = 0; i < expected.size(); ++i) {
+        const Element& device = root.children[i];
+        const Dev& want = expected[i];
+        SCOPED_TRACE("device " + std::to_string(i) + " (" + want.caption + ")");
+        EXPECT_EQ(device.name, "device");
+        EXPECT_EQ(device.attributes, (Attributes{{"name", catalog ? "usbDevice" : "usbDevice" + std::to_string(i)},
+                                                 {"class", "usbDevice"}, {"caption", want.caption},
+                                                 {"description", want.description}, {"category", category},
+                                                 {"diagnosable", "0"}}));
+        ASSERT_EQ(device.children.size(), want.properties.size() + want.tests.size());
+        for (size_t p = 0; p < want.properties.size(); ++p) {
+            const Prop& prop = want.properties[p];
+            EXPECT_EQ(device.children[p].name, "property");
+            EXPECT_EQ(device.children[p].attributes,
+                      (Attributes{{"name", prop.name}, {"caption", prop.caption}, {"value", prop.value}}));
+        }
+        for (size_t t = 0; t < want.tests.size(); ++t) {
+            const Element& test = device.children[want.properties.size() + t];
+            EXPECT_EQ(test.name, "test");
+            EXPECT_EQ(test.Attr("name"), want.tests[t]);
+            if (want.tests[t] != "rootHubTest") continue;
+            EXPECT_EQ(test.attributes, rootHubTest.attributes);
+            ASSERT_EQ(test.children.size(), 1u);  // the built-in retries; the test has none of its own
+            EXPECT_EQ(test.children[0].name, "parameter");
+            EXPECT_EQ(test.children[0].attributes, rootHubTest.children[0].attributes);
+            EXPECT_TRUE(test.children[0].children.empty());
+        }
+    }
+}
+
+std::string LogEvent(const std::string& caption, const std::string& description) {
+    return "<diagEvent component=\"libzorbus.so\" caption=\"" + caption + "\" description=\"" + description + "\"/>";
+}
+
+std::string ErrorAnswer(const std::string& key) {
+    return "<error errorCode=\"TvkError\" key=\"" + key + "\" detail=\"\">" + key + "</error>";
+}
+
+Strings DiscoveryEvents(size_t devices) {
+    // A USB device's own caption and description stay "Device"; the host
+    // reads what it shows from the device's element.
+    Strings events{LogEvent("Device Discovery Started", "")};
+    events.insert(events.end(), devices, LogEvent("Device Discovered", "Device"));
+    return events;
+}
+
+Strings ErrorEvents(const std::string& key) {
+    return {LogEvent("Device Discovery Started", ""), LogEvent("Error", "TvkError - " + key + ";" + key)};
+}
+
+void ExpectRootHubResult(const Step& step, const std::string& device, bool passed) {
+    const std::string state = passed ? "passed" : "failed";
+    auto update = [&](int percent, const std::string& now) {
+        return "<diagUpdate device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"" +
+               std::to_string(percent) + "\" currentState=\"" + now +
+               "\" loop=\"0\" recordNum=\"0\" OperationCaption=\"\"/>";
+    };
+    EXPECT_EQ(step.events, (Strings{LogEvent("Test Started", "Device - Root Hub Detect Test"), update(0, "running"),
+                                    update(100, state), LogEvent("Test " + state, "Device - Root Hub Detect Test;")}));
+    static const std::regex time("testTime=\"[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}\"");
+    // The device's own description, the error, and the processor the host named.
+    EXPECT_EQ(std::regex_replace(step.answer, time, "testTime=\"T\""),
+              "<testResult device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"100\" currentState=\"" +
+                  state + "\" loop=\"0\" recordNum=\"0\" OperationCaption=\"\" testTime=\"T\"><output/>" +
+                  (passed ? "" : "<error errorCode=\"TvkError\" key=\"Unable to detect root hub\" detail=\"\" "
+                                 "reference=\"usbDevice, rootHubTest\">Device, Unable to detect root hub, Ran on CPU " +
+                                     std::to_string(hostProcessor) + "</error>") +
+                  "</testResult>");
+}
+
+Strings Outcome(const Step& step, std::vector<int>* progress) {
+    const Element result = Element::Parse(step.answer);
+    Strings outcome{result.Attr("currentState"), "", ""};
+    for (const Element& child : result.children)
+        if (child.name == "error") outcome[1] = child.Attr("key"), outcome[2] = child.Attr("detail");
+    for (const std::string& event : step.events) {
+        const Element e = Element::Parse(event);
+        if (e.name == "diagPrompt") outcome.push_back(e.text);
+        if (e.name == "diagUpdate" && progress) progress->push_back(std::stoi(e.Attr("percentComplete")));
+    }
+    return outcome;
+}

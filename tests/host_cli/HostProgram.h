@@ -1,48 +1,94 @@
-// Runs the built zorbus-host as an operator's shell would: as a child
-// process with arguments, environment and working folder, and collects its
-// exit status and what it printed.
+// Runs the built zorbus-host as a shell would, optionally under umockdev-wrapper
+// on a copy of a fixture machine.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
+inline std::string HostProgramPath() { return std::string(ZORBUS_BINARY_DIR) + "/zorbus-host"; }
+
+inline std::string Quoted(const std::string& text) {
+    std::string out = "'";
+    for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
+}
+
+inline std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+inline size_t Count(const std::string& text, const std::string& needle) {
+    size_t count = 0;
+    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++count;
+    return count;
+}
+
+// A fresh folder, removed when the test program ends.
+inline std::string TemporaryFolder() {
+    static struct Made : std::vector<std::string> {
+        ~Made() {
+            for (const std::string& folder : *this)
+                if (std::system(("rm -rf " + Quoted(folder)).c_str()) != 0) continue;
+        }
+    } made;
+    char pattern[] = "/tmp/zorbus-host-cli.XXXXXX";
+    made.push_back(mkdtemp(pattern) ? pattern : "/nonexistent");
+    return made.back();
+}
+
+// A copy of tests/fixtures/NAME as "machine", stub mount, sync and lsusb
+// that do nothing in "stubs", and "run" as working folder.
+inline std::string CopyMachine(const std::string& fixture) {
+    const std::string folder = TemporaryFolder(), stubs = Quoted(folder + "/stubs/");
+    const std::string command = "cp -r " + Quoted(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/" + fixture) + " " +
+                                Quoted(folder + "/machine") + " && mkdir " + stubs + " " + Quoted(folder + "/run") +
+                                " && for t in mount sync lsusb; do printf '#!/bin/sh\\nexit 0\\n' > " + stubs +
+                                "$t && chmod 755 " + stubs + "$t; done";
+    return std::system(command.c_str()) == 0 ? folder : "";
+}
+
+// The environment and command line of zorbus-host on `machine` (none: this
+// machine as it is), started by `prefix` (e.g. setpriv ...).
+inline std::string HostCommand(const std::vector<std::string>& args, const std::string& machine,
+                               const std::string& prefix = "") {
+    std::string command = machine.empty() ? prefix
+                                          : "UMOCKDEV_DIR=" + Quoted(machine + "/machine") + " PATH=" +
+                                                Quoted(machine + "/stubs") + ":\"$PATH\" " + prefix +
+                                                "umockdev-wrapper ";
+    command += Quoted(HostProgramPath());
+    for (const std::string& arg : args) command += " " + Quoted(arg);
+    return command;
+}
+
 struct HostRun {
-    int status = -1;  // exit status, or 128 + signal
-    bool timedOut = false;
-    std::string out;
-    std::string err;
+    int status;  // 137 when killed after a minute
+    std::string out, err;
 };
 
-struct HostCall {
-    std::vector<std::string> args;            // after the program's name
-    std::vector<std::string> env;             // NAME=VALUE added to this process's environment
-    std::string folder;                       // working folder; empty: a fresh temporary one
-    std::string machine;                      // from CopyMachine: run under umockdev-wrapper on it
-    std::vector<std::string> prefix;          // a program that starts zorbus-host (e.g. setpriv ...)
-    int seconds = 60;                         // killed after this
-};
+// Runs it with standard input from /dev/null, in `folder` (by default the
+// machine's "run" folder, or a fresh one).
+inline HostRun RunHost(const std::vector<std::string>& args, const std::string& machine = "",
+                       const std::string& prefix = "", std::string folder = "") {
+    const std::string output = TemporaryFolder();
+    if (folder.empty()) folder = machine.empty() ? output : machine + "/run";
+    const std::string command = "cd " + Quoted(folder) + " && " +
+                                HostCommand(args, machine, "timeout -s KILL 60 " + prefix) + " </dev/null >" +
+                                Quoted(output + "/out") + " 2>" + Quoted(output + "/err");
+    const int status = std::system(command.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(output + "/out"), ReadFile(output + "/err")};
+}
 
-// The built program and the library beside it.
-std::string HostProgramPath();
-
-// Runs it. Exit status 127 with "cannot exec" on stderr when it cannot start.
-HostRun RunHost(const HostCall& call);
-
-// A fresh folder under the temporary folder, removed at the end of the test
-// program.
-std::string TemporaryFolder();
-
-// A copy of tests/fixtures/NAME in a temporary folder, with stub mount, sync
-// and lsusb programs that do nothing in its "stubs" folder; its path.
-std::string CopyMachine(const std::string& fixture);
-
-// Whether a program can be found on the search path.
-bool OnPath(const std::string& program);
-
-// Why zorbus-host cannot run here, or empty when it can.
-std::string HostUnavailable();
-
-// The number of times `needle` occurs in `text`.
-size_t Count(const std::string& text, const std::string& needle);
-
-std::string ReadFile(const std::string& path);
+// Why zorbus-host cannot run here (say, a 32-bit build on a kernel that
+// runs only 64-bit programs), or empty when it can.
+inline std::string HostUnavailable() {
+    static const std::string why = RunHost({"--help"}).status == 0 ? "" : "zorbus-host does not start here";
+    return why;
+}

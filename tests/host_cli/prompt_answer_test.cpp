@@ -4,62 +4,33 @@
 // The host program is no library: its pure answer logic is compiled in here.
 #include "../../tools/zorbus-host/PromptAnswer.cpp"
 
-namespace {
-
-using host::ChoosePromptAnswer;
-
-TEST(PromptAnswer, ButtonsAreChosenByOneBasedNumberOrCaption) {
-    const std::vector<std::string> buttons = {"Yes", "No", "Retry later"};
+TEST(PromptAnswer, ButtonsByOneBasedNumberOrCaptionOtherPromptsAsTyped) {
+    const std::vector<std::string> three = {"Yes", "No", "Retry later"}, ok = {"OK"};
     const struct {
         const char* typed;
-        const char* value;
-    } good[] = {{"1", "0"}, {"3", "2"}, {" 2 ", "1"}, {"no", "1"}, {"YES", "0"}, {"retry later", "2"},
-                {"  Retry Later\n", "2"}, {"003", "2"}};
-    for (const auto& g : good) {
-        const host::PromptChoice choice = ChoosePromptAnswer(g.typed, buttons, true);
-        EXPECT_TRUE(choice.valid) << g.typed;
-        EXPECT_EQ(choice.value, g.value) << g.typed;
-        EXPECT_EQ(choice.error, "");
-    }
-}
-
-TEST(PromptAnswer, AnswersThatNameNoButtonAreRefusedWithTheReason) {
-    const std::vector<std::string> buttons = {"OK"};
-    const struct {
-        const char* typed;
+        std::vector<std::string> buttons;
+        bool buttonPrompt;
+        const char* value;  // empty: refused with `error`
         const char* error;
-    } bad[] = {{"0", "no button 0 (1 to 1)"},
-               {"2", "no button 2 (1 to 1)"},
-               {"", "'' is neither a button's number nor its caption"},
-               {"Cancel", "'Cancel' is neither a button's number nor its caption"},
-               {"-1", "'-1' is neither a button's number nor its caption"},
-               {"99999999999999999999", "'99999999999999999999' is neither a button's number nor its caption"},
-               {"O K", "'O K' is neither a button's number nor its caption"}};
-    for (const auto& b : bad) {
-        const host::PromptChoice choice = ChoosePromptAnswer(b.typed, buttons, true);
-        EXPECT_FALSE(choice.valid) << b.typed;
-        EXPECT_EQ(choice.error, b.error);
+    } cases[] = {
+        {"1", three, true, "0", ""}, {"3", three, true, "2", ""}, {" 2 ", three, true, "1", ""},
+        {"no", three, true, "1", ""}, {"YES", three, true, "0", ""}, {"  Retry Later\n", three, true, "2", ""},
+        {"003", three, true, "2", ""},
+        // A caption wins over a position; a prompt's one empty button is still chosen by its number.
+        {"2", {"2", "1"}, true, "0", ""}, {"1", {"2", "1"}, true, "1", ""}, {"1", {""}, true, "0", ""},
+        {"  serial 42 ", ok, false, "  serial 42 ", ""}, {"7", {}, true, "7", ""},
+        {"0", ok, true, "", "no button 0 (1 to 1)"}, {"2", ok, true, "", "no button 2 (1 to 1)"},
+        {"", ok, true, "", "'' is neither a button's number nor its caption"},
+        {"", {""}, true, "", "'' is neither a button's number nor its caption"},
+        {"Cancel", ok, true, "", "'Cancel' is neither a button's number nor its caption"},
+        {"-1", ok, true, "", "'-1' is neither a button's number nor its caption"},
+        {"99999999999999999999", ok, true, "", "'99999999999999999999' is neither a button's number nor its caption"},
+        {"O K", ok, true, "", "'O K' is neither a button's number nor its caption"},
+    };
+    for (const auto& c : cases) {
+        const host::PromptChoice choice = host::ChoosePromptAnswer(c.typed, c.buttons, c.buttonPrompt);
+        EXPECT_EQ(choice.valid, *c.value != '\0') << c.typed;
+        EXPECT_EQ(choice.value, c.value) << c.typed;
+        EXPECT_EQ(choice.error, c.error) << c.typed;
     }
 }
-
-TEST(PromptAnswer, CaptionWinsOverPositionAndEmptyCaptionsAreNoMatch) {
-    // A button captioned "2" is found by its caption, at position 0.
-    EXPECT_EQ(ChoosePromptAnswer("2", {"2", "1"}, true).value, "0");
-    EXPECT_EQ(ChoosePromptAnswer("1", {"2", "1"}, true).value, "1");
-    // A prompt's one empty button is still chosen by its number.
-    const host::PromptChoice empty = ChoosePromptAnswer("1", {""}, true);
-    EXPECT_TRUE(empty.valid);
-    EXPECT_EQ(empty.value, "0");
-    EXPECT_FALSE(ChoosePromptAnswer("", {""}, true).valid);
-}
-
-TEST(PromptAnswer, OtherPromptsTakeTheTextAsTyped) {
-    const host::PromptChoice text = ChoosePromptAnswer("  serial 42 ", {"OK"}, false);
-    EXPECT_TRUE(text.valid);
-    EXPECT_EQ(text.value, "  serial 42 ");
-    const host::PromptChoice noButtons = ChoosePromptAnswer("7", {}, true);
-    EXPECT_TRUE(noButtons.valid);
-    EXPECT_EQ(noButtons.value, "7");
-}
-
-}  // namespace

@@ -37,6 +37,7 @@ class FakeMachine {
 public:
     explicit FakeMachine(const std::string& fixture);  // empty: a bare testbed
     ~FakeMachine();
+    FakeMachine(const FakeMachine&) = delete;
     // Paths are relative to the machine's folder: "testbed/...", "work/..."
     // (the host's working directory), "data/TOOL" (what stub TOOL prints),
     // "data/TOOL.status" (its exit status when not empty), "calls.log".

@@ -7,13 +7,14 @@ using namespace fw;
 
 namespace {
 
-void addDiagnosis(Device* device, const std::string& name, const std::string& state) {
+ScriptedDiagnosis* addDiagnosis(Device* device, const std::string& name, const std::string& state) {
     auto* d = new ScriptedDiagnosis(name, device);
     d->body = [state, name](ScriptedDiagnosis& self, XmlObject& result) {
         self.AddInfo(result, "info of " + name);
         if (!state.empty()) result.SetAttribute("currentState", state);
     };
     device->AddDiagnosis(d);
+    return d;
 }
 
 XmlObject runDiagnoses(Device* device) {
@@ -21,26 +22,38 @@ XmlObject runDiagnoses(Device* device) {
     return XmlObject(device->RunDiagnosis(command));
 }
 
-TEST_F(FrameworkTest, DeviceRunsAllDiagnosesWithLogLinesAndPercentEvents) {
+TEST_F(FrameworkTest, DeviceRunsAllDiagnosesWithTheirElementsAndPercentEvents) {
     XmlObject none = runDiagnoses(device);
-    EXPECT_EQ(AttributeNames(none), "device caption currentState testTime");
-    EXPECT_EQ(none.GetAttributeValue("caption"), "Device Diagnosis for Dev Caption");
-    EXPECT_EQ(none.GetAttributeValue("currentState"), "passed");
-    EXPECT_TRUE(none.children.empty());
+    EXPECT_EQ(none.GetXmlString(), "<diagnosisResult device=\"dev0\" caption=\"Device Diagnosis for Dev Caption\" "
+                                   "currentState=\"passed\" testTime=\"" + none.GetAttributeValue("testTime") + "\"/>");
     EXPECT_TRUE(host.Events().empty());
 
-    for (const char* name : {"d1", "d2", "d3"}) addDiagnosis(device, name, "passed");
-    device->diagnoses[0]->caption = "First";
+    FakeDevice other("dev9");
+    addDiagnosis(device, "d1", "passed")->caption = "First";
+    addDiagnosis(device, "d2", "passed")->body = [&](ScriptedDiagnosis& d, XmlObject& result) {
+        d.AddAction(result, "reseat", "Reseat it");
+        d.AddAction(result, "swap", "Swap", &other, device);
+        d.AddWarning(result, "careful", "hot");
+        d.AddFormattedTextFile(result, "log.txt");
+        EXPECT_FALSE(d.errorAdded);
+        result.SetAttribute("currentState", "passed");
+    };
+    addDiagnosis(device, "d3", "passed");
     XmlObject report = runDiagnoses(device);
     EXPECT_EQ(report.GetAttributeValue("currentState"), "passed");
-    ASSERT_EQ(report.children.size(), 3u);
-    EXPECT_EQ(report.children[2].GetAttributeValue("caption"), "info of d3");
+    std::string children;
+    for (const XmlObject& c : report.children) children += c.GetXmlString() + "\n";
+    EXPECT_EQ(children,
+              "<info component=\"libzorbus.so\" device=\"dev0\" caption=\"info of d1\"/>\n"
+              "<deviceAction caption=\"Reseat it\" component=\"libzorbus.so\" device=\"dev0\"><reseat/></deviceAction>\n"
+              "<deviceAction caption=\"Swap\" component=\"libzorbus.so\" device=\"dev9\" subDevice=\"dev0\"><swap/>"
+              "</deviceAction>\n<warning errorCode=\"TvkWarning\" key=\"careful\" detail=\"hot\">careful: hot</warning>\n"
+              "<formattedTextFile filename=\"log.txt\"/>\n"
+              "<info component=\"libzorbus.so\" device=\"dev0\" caption=\"info of d3\"/>\n");
     std::vector<XmlObject> events = host.Events();
     ASSERT_EQ(events.size(), 9u);
-    EXPECT_EQ(events[0].GetAttributeValue("caption") + "|" + events[0].GetAttributeValue("description"),
-              "Diagnosis Started|Dev Caption - First");
-    EXPECT_EQ(events[4].GetAttributeValue("caption") + "|" + events[4].GetAttributeValue("description"),
-              "Diagnosis Finished|Dev Caption - d2");
+    EXPECT_EQ(Values(events[0], {"caption", "description"}), "Diagnosis Started|Dev Caption - First");
+    EXPECT_EQ(Values(events[4], {"caption", "description"}), "Diagnosis Finished|Dev Caption - d2");
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(events[2 + 3 * i].GetXmlString(),
                   "<diagUpdate device=\"dev0\" percentComplete=\"" + std::to_string((i * 100 + 100) / 3) + "\"/>");
@@ -52,55 +65,31 @@ TEST_F(FrameworkTest, DeviceRunsAllDiagnosesWithLogLinesAndPercentEvents) {
 }
 
 TEST_F(FrameworkTest, DiagnosisRunTurnsEveryFailureIntoAnErrorChild) {
-    struct { std::function<void()> thrower; const char* key; const char* detail; const char* reference; } cases[] = {
-        {[] { throw "chars"; }, "Corvane internal error", "dev0, d, chars", "frontEnd, frontEnd"},
-        {[] { throw std::string("str"); }, "Corvane internal error", "dev0, d, str", "frontEnd, frontEnd"},
-        {[] { throw std::logic_error("std"); }, "Corvane internal error", "dev0, d, std", "frontEnd, frontEnd"},
-        {[] { throw 7; }, "Corvane internal error", "dev0, d", "frontEnd, frontEnd"},
-        {[] { throw TvkError("broken", "", ""); }, "broken", "", "FakeClass, d"},
+    struct { std::function<void(ScriptedDiagnosis&, XmlObject&)> body; const char* error; } cases[] = {
+        {[](auto&, auto&) { throw "chars"; }, "Corvane internal error|dev0, d, chars|frontEnd, frontEnd"},
+        {[](auto&, auto&) { throw std::string("str"); }, "Corvane internal error|dev0, d, str|frontEnd, frontEnd"},
+        {[](auto&, auto&) { throw std::logic_error("std"); }, "Corvane internal error|dev0, d, std|frontEnd, frontEnd"},
+        {[](auto&, auto&) { throw 7; }, "Corvane internal error|dev0, d|frontEnd, frontEnd"},
+        {[](auto&, auto&) { throw TvkError("broken", "", ""); }, "broken||FakeClass, d"},
+        {[](ScriptedDiagnosis& d, XmlObject& r) {
+             d.AddError(r, "bad", "worse");
+             r.SetAttribute("currentState", d.errorAdded ? "failed" : "passed");
+         }, "bad|worse|FakeClass, d"},
     };
     XmlObject command("<runDiagnosis device=\"spelled\" component=\"c.so\"/>");
     for (const auto& c : cases) {
         ScriptedDiagnosis d("d", device);
-        auto thrower = c.thrower;
-        d.body = [thrower](ScriptedDiagnosis&, XmlObject&) { thrower(); };
+        d.body = c.body;
         XmlObject result = d.Run(command);
         EXPECT_EQ(AttributeNames(result), "component device diagnosis currentState testTime");
-        EXPECT_EQ(result.GetAttributeValue("device") + "|" + result.GetAttributeValue("currentState"), "spelled|failed");
+        EXPECT_EQ(Values(result, {"device", "currentState"}), "spelled|failed");
         ASSERT_EQ(result.children.size(), 1u);
-        EXPECT_EQ(result.children[0].GetAttributeValue("key"), c.key);
-        EXPECT_EQ(result.children[0].GetAttributeValue("detail"), c.detail);
-        EXPECT_EQ(result.children[0].GetAttributeValue("reference"), c.reference);
+        EXPECT_EQ(Values(result.children[0], {"key", "detail", "reference"}), c.error);
     }
     ScriptedDiagnosis orphan("o");
     XmlObject result = orphan.Run(command);
     ASSERT_EQ(result.children.size(), 1u);
-    EXPECT_EQ(result.children[0].GetAttributeValue("key"), "Device not found");
-    EXPECT_EQ(result.children[0].GetAttributeValue("reference"), "frontEnd, frontEnd");
-}
-
-TEST_F(FrameworkTest, DiagnosisHelpersWriteTheirElements) {
-    FakeDevice other("dev9");
-    ScriptedDiagnosis d("d", device);
-    XmlObject result;
-    d.AddInfo(result, "hello");
-    d.AddAction(result, "reseat", "Reseat it");
-    d.AddAction(result, "swap", "Swap", &other, device);
-    d.AddWarning(result, "careful", "hot");
-    EXPECT_FALSE(d.errorAdded);
-    d.AddError(result, "bad", "worse");
-    EXPECT_TRUE(d.errorAdded);
-    d.AddFormattedTextFile(result, "log.txt");
-    ASSERT_EQ(result.children.size(), 6u);
-    EXPECT_EQ(result.children[0].GetXmlString(), "<info component=\"libzorbus.so\" device=\"dev0\" caption=\"hello\"/>");
-    EXPECT_EQ(result.children[1].GetXmlString(),
-              "<deviceAction caption=\"Reseat it\" component=\"libzorbus.so\" device=\"dev0\"><reseat/></deviceAction>");
-    EXPECT_EQ(AttributeNames(result.children[2]), "caption component device subDevice");
-    EXPECT_EQ(result.children[2].GetAttributeValue("device") + result.children[2].GetAttributeValue("subDevice"),
-              "dev9dev0");
-    EXPECT_EQ(result.children[3].name + "|" + result.children[3].value, "warning|careful: hot");
-    EXPECT_EQ(result.children[4].GetAttributeValue("reference"), "FakeClass, d");
-    EXPECT_EQ(result.children[5].GetXmlString(), "<formattedTextFile filename=\"log.txt\"/>");
+    EXPECT_EQ(Values(result.children[0], {"key", "reference"}), "Device not found|frontEnd, frontEnd");
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
-// Cancelling a running test through the entry points, the two ways a host
-// can: from inside its callback and from a second thread.
-#include <condition_variable>
-#include <mutex>
+// Running, cancelling and diagnosing through the entry points; a host
+// cancels from inside its callback and from a second thread.
+#include <future>
 #include <thread>
 
 #include "FrameworkSupport.h"
@@ -11,7 +10,7 @@ using namespace fw;
 
 namespace {
 
-class DispatchCancel : public ::testing::Test {
+class Dispatch : public ::testing::Test {
 protected:
     ScriptedTest* test = nullptr;
     void SetUp() override {
@@ -24,6 +23,7 @@ protected:
         pTestComponent->devices.insert(device);
         test = new ScriptedTest("slow", device);
         device->AddTest(test);
+        device->AddDiagnosis(new ScriptedDiagnosis("d", device));
     }
     void TearDown() override {
         Uninitialize(nullptr);
@@ -39,7 +39,7 @@ protected:
 const char* const cancelCommand = "<cancelTest device=\"canceldev0\" test=\"slow\"/>";
 const char* const runCommand = "<runTest device=\"canceldev0\" test=\"slow\" loop=\"2\" retries=\"3\"/>";
 
-TEST_F(DispatchCancel, FromInsideTheCallback) {
+TEST_F(Dispatch, CancelFromInsideTheCallback) {
     std::string cancelAnswer;
     host.onEvent = [&](const XmlObject& e) {
         if (e.name == "diagUpdate" && e.GetAttributeValue("percentComplete") == "50") cancelAnswer = Execute(cancelCommand);
@@ -50,29 +50,20 @@ TEST_F(DispatchCancel, FromInsideTheCallback) {
     EXPECT_EQ(test->tries, 1);
     EXPECT_EQ(cancelAnswer, "<diagOutput loop=\"2\" recordNum=\"0\" type=\"cancelTest\" status=\"Success\"/>");
     EXPECT_NE(Execute("<cancelTest device=\"canceldev0\" test=\"nope\"/>").find("Test not found"), std::string::npos);
+
+    XmlObject diagnosis(Execute("<runDiagnosis device=\"canceldev0\"/>"));
+    EXPECT_EQ(diagnosis.GetAttributeValue("currentState"), "failed");  // the diagnosis sets no state
+    EXPECT_EQ(host.Events("diagUpdate").back().GetXmlString(), "<diagUpdate device=\"canceldev0\" percentComplete=\"100\"/>");
 }
 
-TEST_F(DispatchCancel, FromASecondThread) {
-    std::mutex m;
-    std::condition_variable cv;
-    bool inTry = false, cancelSent = false;
+TEST_F(Dispatch, CancelFromASecondThread) {
+    std::promise<void> inTry, cancelSent;
     std::string cancelAnswer;
-    test->body = [&](ScriptedTest&, int) {
-        std::unique_lock<std::mutex> lock(m);
-        inTry = true;
-        cv.notify_all();
-        cv.wait(lock, [&] { return cancelSent; });
-        return false;
-    };
-    std::thread canceller([&] {
-        std::unique_lock<std::mutex> lock(m);
-        cv.wait(lock, [&] { return inTry; });
-        lock.unlock();
-        std::string answer = Execute(cancelCommand);
-        lock.lock();
-        cancelAnswer = answer;
-        cancelSent = true;
-        cv.notify_all();
+    test->body = [&, sent = cancelSent.get_future().share()](ScriptedTest&, int) { return inTry.set_value(), sent.wait(), false; };
+    std::thread canceller([&, tried = inTry.get_future()] {
+        tried.wait();
+        cancelAnswer = Execute(cancelCommand);
+        cancelSent.set_value();
     });
     XmlObject result(Execute(runCommand));
     canceller.join();

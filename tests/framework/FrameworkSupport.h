@@ -29,16 +29,12 @@ bool eventually(Condition condition) {
 struct Host {
     std::mutex mutex;
     std::vector<std::string> events;
-    int promptReply = 0;  // diagPrompt replies carry value="N"
-    bool replyToPrompts = true;
+    int promptReply = 0;                            // diagPrompt replies carry value="N"; none when negative
     std::function<void(const XmlObject&)> onEvent;  // runs inside the callback
 
     void Reset() {
         std::lock_guard<std::mutex> lock(mutex);
-        events.clear();
-        promptReply = 0;
-        replyToPrompts = true;
-        onEvent = nullptr;
+        events.clear(), promptReply = 0, onEvent = nullptr;
     }
     std::vector<XmlObject> Events(const std::string& only = "") {
         std::lock_guard<std::mutex> lock(mutex);
@@ -58,63 +54,55 @@ inline char* RecordEvent(const char* xml) {
         std::lock_guard<std::mutex> lock(host.mutex);
         host.events.emplace_back(xml);
         hook = host.onEvent;
-        if (event.name == "diagPrompt" && host.replyToPrompts) reply = strprintf("<a value=\"%d\"/>", host.promptReply);
+        if (event.name == "diagPrompt" && host.promptReply >= 0) reply = strprintf("<a value=\"%d\"/>", host.promptReply);
     }
     if (hook) hook(event);
     return reply.empty() ? nullptr : stringdup(reply.c_str());
 }
 
-#define FW_PERSISTENT(T)                                                                  \
+#define FW_PERSISTENT(T)                                                                       \
     void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); } \
-    const char* GetRealClassName() const override { return #T; }                          \
+    const char* GetRealClassName() const override { return #T; }                               \
     Persistent* CreateCopy() const override { return new T(*this); }
 
-class RecordingComponent : public TestComponent {
-public:
+struct RecordingComponent : TestComponent {
     std::string Catalog() override { return ""; }
     std::string ID() override { return ""; }
     FW_PERSISTENT(RecordingComponent)
 };
 
-class FakeDevice : public Device {
-public:
-    int initializeCalls = 0, uninitializeCalls = 0;
+struct FakeDevice : Device {
+    int lifeCycleCalls = 0;  // Initialize and Uninitialize
     explicit FakeDevice(const std::string& name = "") : Device(name, false) {}
-    void Initialize() override { ++initializeCalls; }
-    void Uninitialize() override { ++uninitializeCalls; }
+    void Initialize() override { ++lifeCycleCalls; }
+    void Uninitialize() override { ++lifeCycleCalls; }
     void DoID(XmlObject&, bool) override {}
     FW_PERSISTENT(FakeDevice)
 };
 
 // A test whose tries follow a script: `body` gets the try number (from 1).
-class ScriptedTest : public Test {
-public:
+struct ScriptedTest : Test {
     std::function<bool(ScriptedTest&, int)> body;
     std::function<void(ScriptedTest&)> onSetParameters;
     bool locks = false;
     int tries = 0, cleanups = 0;
-    std::vector<std::string> currentTryAttributes;
+    std::string lastTryAttribute;
 
     explicit ScriptedTest(const std::string& name = "", Device* device = nullptr) : Test(name, device) {}
     bool LocksDevice() override { return locks; }
-    void SetParameters() override {
-        if (onSetParameters) onSetParameters(*this);
-    }
+    void SetParameters() override { if (onSetParameters) onSetParameters(*this); }
     void DoCleanup(const XmlObject&) override { ++cleanups; }
     bool DoRun(const XmlObject& command) override {
-        currentTryAttributes.push_back(command.GetAttributeValue("currentTry"));
+        lastTryAttribute = command.GetAttributeValue("currentTry");
         return body ? body(*this, ++tries) : (++tries, true);
     }
     FW_PERSISTENT(ScriptedTest)
 };
 
-class ScriptedDiagnosis : public Diagnosis {
-public:
+struct ScriptedDiagnosis : Diagnosis {
     std::function<void(ScriptedDiagnosis&, XmlObject&)> body;
     explicit ScriptedDiagnosis(const std::string& name = "", Device* device = nullptr) : Diagnosis(name, device) {}
-    void DoRun(XmlObject&, XmlObject& result) override {
-        if (body) body(*this, result);
-    }
+    void DoRun(XmlObject&, XmlObject& result) override { if (body) body(*this, result); }
     FW_PERSISTENT(ScriptedDiagnosis)
 };
 
@@ -128,34 +116,38 @@ protected:
         pTestComponent = new RecordingComponent;
         pTestComponent->componentName = "libzorbus.so";
         pTestComponent->eventCallback = RecordEvent;
-        device = new FakeDevice("dev0");
-        device->caption = "Dev Caption";
-        device->description = "Dev Desc";
-        device->className = "FakeClass";
-        pTestComponent->devices.insert(device);
+        pTestComponent->devices.insert(device = new FakeDevice("dev0"));
+        device->caption = "Dev Caption", device->description = "Dev Desc", device->className = "FakeClass";
     }
-    void TearDown() override {
-        delete pTestComponent;
-        pTestComponent = nullptr;
-    }
+    void TearDown() override { delete std::exchange(pTestComponent, nullptr); }
     ScriptedTest* AddTest(const std::string& name, const std::string& caption = "Test Caption") {
         auto* test = new ScriptedTest(name, device);
         test->caption = caption;
         device->AddTest(test);
         return test;
     }
-    // Through Device::RunTest, with the given attributes.
     XmlObject RunTest(const std::string& testName, const std::string& attributes = "") {
         XmlObject command("<runTest device=\"dev0\" test=\"" + testName + "\" " + attributes + "/>");
         return XmlObject(device->RunTest(command));
     }
 };
 
-// The attribute names of an element, in order, joined with blanks.
+// Attribute names or values of an element, in order, joined with blanks.
 inline std::string AttributeNames(const XmlObject& element) {
     std::string names;
     for (const auto& a : element.GetAttributes()) names += (names.empty() ? "" : " ") + a.first;
     return names;
+}
+inline std::string Values(const XmlObject& element, std::initializer_list<const char*> names) {
+    std::string values;
+    for (const char* n : names) values += (values.empty() ? "" : "|") + element.GetAttributeValue(n);
+    return values;
+}
+
+// The key of the error child of a result, or "none".
+inline std::string ErrorKey(const XmlObject& result) {
+    const XmlObject* error = result.FindFirstMatch("error");
+    return error ? error->GetAttributeValue("key") : "none";
 }
 
 }  // namespace fw

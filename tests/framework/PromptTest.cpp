@@ -1,8 +1,8 @@
-// Prompts to the user, Super LED prompts, and prompts on a thread of their
-// own.
+// Prompts to the user, Super LED prompts, and prompts on a thread of their own.
 #include <atomic>
-#include <condition_variable>
+#include <future>
 #include <thread>
+#include <utility>
 
 #include "FrameworkSupport.h"
 #include "tc/framework/ConcurrentPrompt.h"
@@ -11,12 +11,6 @@
 using namespace fw;
 
 namespace {
-
-template <class Condition>
-bool eventually(Condition condition) {
-    for (int i = 0; i < 500 && !condition(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return condition();
-}
 
 TEST_F(FrameworkTest, PromptCarriesTheTestAndTheTryAndReturnsTheAnswer) {
     ScriptedTest* test = AddTest("t1");
@@ -47,11 +41,11 @@ TEST_F(FrameworkTest, PromptCarriesTheTestAndTheTryAndReturnsTheAnswer) {
                                                "Dev Caption - Test Caption;Plug (try #2)"}));
 }
 
-TEST_F(FrameworkTest, PromptOptionsAndTitles) {
+TEST_F(FrameworkTest, PromptOptionsTitlesAndRefusals) {
     ScriptedTest* test = AddTest("t1", "");
     test->interactive = true;
     device->caption.clear();
-    host.replyToPrompts = false;
+    host.promptReply = -1;
     EXPECT_EQ(test->PromptUser("Q", "", "", "", ""), 0);
     EXPECT_EQ(host.Events("diagPrompt").back().children.size(), 1u);
     EXPECT_EQ(host.Events("diagEvent").back().GetAttributeValue("description"), "dev0 - t1;Q");
@@ -69,20 +63,15 @@ TEST_F(FrameworkTest, PromptOptionsAndTitles) {
 
     // Not interactive: the run fails, nothing is asked.
     host.Reset();
-    ScriptedTest* quiet = AddTest("t2");
-    quiet->body = [](ScriptedTest& t, int) { return t.PromptUser("Q", "OK") == 0; };
-    XmlObject result = RunTest("t2", "retries=\"0\"");
-    const XmlObject* error = result.FindFirstMatch("error");
-    ASSERT_NE(error, nullptr);
-    EXPECT_EQ(error->GetAttributeValue("key"), "Invalid Prompt: test is not interactive");
+    AddTest("t2")->body = [](ScriptedTest& t, int) { return t.PromptUser("Q", "OK") == 0; };
+    EXPECT_EQ(ErrorKey(RunTest("t2", "retries=\"0\"")), "Invalid Prompt: test is not interactive");
     EXPECT_TRUE(host.Events("diagPrompt").empty());
-}
-
-TEST(Prompt, WithoutAComponentTheAnswerIsZero) {
-    ScriptedTest test("t1");
-    test.interactive = true;
-    EXPECT_EQ(test.PromptUser("Q", "A", "B"), 0);
-    EXPECT_EQ(test.prompt->deviceName + "|" + test.prompt->deviceCaption, "no device name|no device caption");
+    // Without a component the answer is 0.
+    ScriptedTest lone("t3");
+    lone.interactive = true;
+    TestComponent* component = std::exchange(pTestComponent, nullptr);
+    EXPECT_EQ(lone.PromptUser("Q", "A", "B"), 0);
+    pTestComponent = component;
 }
 
 TEST_F(FrameworkTest, ConcurrentPromptsAnswerOnTheirOwnThread) {
@@ -107,35 +96,25 @@ TEST_F(FrameworkTest, ConcurrentPromptsAnswerOnTheirOwnThread) {
 }
 
 // The host is still answering when the test goes away: the destructor must
-// wait for the prompt's thread, which still uses the test (AddressSanitizer
-// shows a use after free otherwise).
+// wait for the prompt's thread, which still uses the test.
 TEST_F(FrameworkTest, TestDestroyedWhileTheHostAnswersWaitsForThePrompt) {
     auto* test = new ScriptedTest("lonely", device);
     test->interactive = true;
-    std::mutex m;
-    std::condition_variable cv;
-    bool asked = false, release = false;
+    std::promise<void> asked, release;
     std::atomic<bool> callbackReturned{false};
-    host.onEvent = [&](const XmlObject& e) {
+    host.onEvent = [&, released = release.get_future().share()](const XmlObject& e) {
         if (e.name != "diagPrompt") return;
-        std::unique_lock<std::mutex> lock(m);
-        asked = true;
-        cv.notify_all();
-        cv.wait(lock, [&] { return release; });
+        asked.set_value();
+        released.wait();
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         callbackReturned = true;
     };
     std::vector<std::string> options{"A", "B"};
     test->ConcurrentPromptUser("Q", options, "button", "1", "1");
-    {
-        std::unique_lock<std::mutex> lock(m);
-        cv.wait(lock, [&] { return asked; });
-    }
+    asked.get_future().wait();
     std::thread releaser([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        std::lock_guard<std::mutex> lock(m);
-        release = true;
-        cv.notify_all();
+        release.set_value();
     });
     delete test;
     EXPECT_TRUE(callbackReturned);

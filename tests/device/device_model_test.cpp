@@ -1,323 +1,190 @@
-// Devices: name-making, the device set, the device element, tests and
-// diagnoses lists, and the stored form of a component with its devices.
-#include <gtest/gtest.h>
-
+// Devices: name-making, the device element, a faulty device, tests lists,
+// copies and the stored form of a component with its devices.
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "common/Persistent.h"
-#include "common/StringUtil.h"
-#include "common/TvkError.h"
-#include "common/XmlObject.h"
-#include "tc/frame/TestComponent.h"
-#include "tc/framework/Device.h"
-#include "tc/framework/Test.h"
+#include "framework/FrameworkSupport.h"
+
+using namespace fw;
 
 namespace {
 
-std::vector<std::string> events;
-
-char* recordEvent(const char* xml) {
-    events.emplace_back(xml);
-    return nullptr;
-}
-
 class ModelDevice : public Device {
 public:
-    bool failInDoID = false;
-    bool failInInitialize = false;
-    ModelDevice() = default;
-    ModelDevice(const std::string& name, bool makeUnique) : Device(name, makeUnique) {}
-    void Initialize() override {
-        if (failInInitialize) throw TvkError("cannot start", "", "");
-    }
+    std::string failIn;  // "Initialize" or "DoID"
+    explicit ModelDevice(const std::string& name = "", bool makeUnique = true) : Device(name, makeUnique) {}
+    void Initialize() override { if (failIn == "Initialize") throw TvkError("cannot start", "", ""); }
     void DoID(XmlObject& xml, bool catalog) override {
-        if (failInDoID) throw TvkError("broken", "detail", "");
-        XmlObject marker;
-        marker.name = catalog ? "template" : "real";
-        xml.AddObject(marker);
+        if (failIn == "DoID") throw TvkError("broken", "detail", "");
+        xml.AddObject(XmlObject(catalog ? "<template/>" : "<real/>"));
     }
-    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); }
-    const char* GetRealClassName() const override { return "ModelDevice"; }
-    Persistent* CreateCopy() const override { return new ModelDevice(*this); }
+    FW_PERSISTENT(ModelDevice)
 };
 ClassRegistrar<ModelDevice> ModelDeviceClassRegistrar;
+ClassRegistrar<FakeDevice> FakeDeviceClassRegistrar;
+ClassRegistrar<ScriptedTest> ScriptedTestClassRegistrar;
+ClassRegistrar<RecordingComponent> RecordingComponentClassRegistrar;
 
-class ModelTest : public Test {
-public:
-    static int liveCount;
-    int setParametersCalls = 0;
-    ModelTest() { ++liveCount; }
-    ModelTest(const std::string& name, Device* device) : Test(name, device) { ++liveCount; }
-    ModelTest(const ModelTest& other) : Test(other) { ++liveCount; }
-    ~ModelTest() override { --liveCount; }
-    void SetParameters() override { ++setParametersCalls; }
-    bool DoRun(const XmlObject&) override { return true; }
-    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); }
-    const char* GetRealClassName() const override { return "ModelTest"; }
-    Persistent* CreateCopy() const override { return new ModelTest(*this); }
-};
-int ModelTest::liveCount = 0;
-ClassRegistrar<ModelTest> ModelTestClassRegistrar;
-
-class ModelComponent : public TestComponent {
-public:
-    std::string Catalog() override { return "<catResult/>"; }
-    std::string ID() override { return "<idResult/>"; }
-    void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); }
-    const char* GetRealClassName() const override { return "ModelComponent"; }
-    Persistent* CreateCopy() const override { return new ModelComponent(*this); }
-};
-ClassRegistrar<ModelComponent> ModelComponentClassRegistrar;
-
-class DeviceModel : public ::testing::Test {
+// The component of FrameworkTest, whose set holds "dev0".
+class DeviceModel : public FrameworkTest {
 protected:
-    ModelComponent component;
-    void SetUp() override {
-        events.clear();
-        component.eventCallback = &recordEvent;
-        pTestComponent = &component;
-    }
-    void TearDown() override { pTestComponent = nullptr; }
-
     ModelDevice* Add(const std::string& name, bool makeUnique = true) {
         auto* d = new ModelDevice(name, makeUnique);
-        EXPECT_TRUE(component.devices.insert(d).second) << name;
+        EXPECT_TRUE(pTestComponent->devices.insert(d).second) << name;
         return d;
     }
-    std::vector<std::string> Names() const {
-        std::vector<std::string> names;
-        for (const Device* d : component.devices) names.push_back(d->name);
+    std::string Names() const {
+        std::string names;
+        for (const Device* d : pTestComponent->devices) names += d->name + " ";
         return names;
     }
 };
 
-TEST_F(DeviceModel, NamesGetTheLowestFreeNumber) {
+TEST_F(DeviceModel, NamesTakeTheLowestFreeNumberAndSortNaturally) {
     Add("usbDevice0", false);
     Add("usbDevice2", false);
     EXPECT_EQ(Add("usbDevice")->name, "usbDevice1");
     EXPECT_EQ(Add("usbDevice7")->name, "usbDevice3");  // its own number gives way
-    EXPECT_EQ(Add("usbDevice")->name, "usbDevice4");
     for (int i = 0; i < 8; ++i) Add("usbDevice");
-    EXPECT_EQ(Names().back(), "usbDevice12");
-    EXPECT_EQ(Names()[2], "usbDevice2");  // natural order: 2 before 10
-
-    // A gap left by a device that goes is filled again.
-    component.RemoveDevice(component.FindDevice("usbDevice3"));
-    EXPECT_EQ(Add("usbDevice")->name, "usbDevice3");
-    // Also when the device went while no one watched the hints.
-    Device* five = component.FindDevice("usbDevice5");
-    component.devices.erase(five);
-    delete five;
-    component.ForgetNameHints();
-    EXPECT_EQ(Add("usbDevice")->name, "usbDevice5");
-
-    // Digits alone, or no trailing digits, are kept as the base.
-    EXPECT_EQ(ModelDevice("123", true).name, "1230");
-    EXPECT_EQ(ModelDevice("hub", true).name, "hub0");
-    EXPECT_EQ(ModelDevice("usbDevice9", false).name, "usbDevice9");
-}
-
-TEST_F(DeviceModel, NoNumberWhileBuildingACatalogOrWithoutAComponent) {
-    Add("usbDevice", false);
-    component.buildingCatalog = true;
-    EXPECT_EQ(ModelDevice("usbDevice42", true).name, "usbDevice");
-    component.buildingCatalog = false;
-    pTestComponent = nullptr;
-    EXPECT_EQ(ModelDevice("usbDevice42", true).name, "usbDevice");
-}
-
-TEST_F(DeviceModel, SetOrderAndLookupFollowNaturalOrder) {
-    Add("usbDevice10", false);
-    Add("usbDevice2", false);
-    Add("usbDevice1", false);
     Add("hub", false);
-    EXPECT_EQ(Names(), (std::vector<std::string>{"hub", "usbDevice1", "usbDevice2", "usbDevice10"}));
-    // An equal name is not inserted twice.
+    EXPECT_EQ(Names(), "dev0 hub usbDevice0 usbDevice1 usbDevice2 usbDevice3 usbDevice4 usbDevice5 usbDevice6 "
+                       "usbDevice7 usbDevice8 usbDevice9 usbDevice10 usbDevice11 ");
     ModelDevice duplicate("usbDevice2", false);
-    EXPECT_FALSE(component.devices.insert(&duplicate).second);
-    EXPECT_NE(component.FindDevice("usbDevice10"), nullptr);
-    EXPECT_EQ(component.FindDevice("usbDevice3"), nullptr);
-    EXPECT_EQ(component.FindDevice("USBDEVICE10"), nullptr);
+    EXPECT_FALSE(pTestComponent->devices.insert(&duplicate).second);
+    EXPECT_EQ(pTestComponent->FindDevice("USBDEVICE10"), nullptr);
+
+    // A gap is filled again, also when its device went while no one watched the hints.
+    pTestComponent->RemoveDevice(pTestComponent->FindDevice("usbDevice3"));
+    EXPECT_EQ(Add("usbDevice")->name, "usbDevice3");
+    Device* five = pTestComponent->FindDevice("usbDevice5");
+    pTestComponent->devices.erase(five);
+    delete five;
+    pTestComponent->ForgetNameHints();
+    EXPECT_EQ(Add("usbDevice")->name, "usbDevice5");
+    // Digits alone, or no trailing digits, are kept as the base.
+    EXPECT_EQ(ModelDevice("123").name + " " + ModelDevice("hub").name, "1230 hub0");
+    // No number while a catalogue is built, nor without a component.
+    pTestComponent->buildingCatalog = true;
+    EXPECT_EQ(ModelDevice("usbDevice42").name, "usbDevice");
+    TestComponent* component = std::exchange(pTestComponent, nullptr);
+    EXPECT_EQ(ModelDevice("usbDevice42").name, "usbDevice");
+    pTestComponent = component;
 }
 
-TEST_F(DeviceModel, DeviceElementAndItsLogLine) {
+TEST_F(DeviceModel, DeviceElementWithPropertiesAndInterfacesAndItsLogLine) {
     ModelDevice* d = Add("usbDevice");
     d->caption = "USB Device 1";
     d->description = "Mass storage";
     d->AddProperty(new Property("SpeedInfo", "USB Speed", "480 MBit/s"));
     d->AddInterface("usbDevice9", "Hub", "up", parentRole);
+    d->AddInterface("usbDevice8", "Disk", "down", childRole);
     d->AddInterface("x", "c", "d", static_cast<InterfaceRole>(7));
     EXPECT_EQ(d->ID(false),
               "<device name=\"usbDevice0\" class=\"device\" caption=\"USB Device 1\" description=\"Mass storage\" "
-              "diagnosable=\"0\"><real/>"
-              "<property name=\"SpeedInfo\" caption=\"USB Speed\" value=\"480 MBit/s\"/>"
+              "diagnosable=\"0\"><real/><property name=\"SpeedInfo\" caption=\"USB Speed\" value=\"480 MBit/s\"/>"
               "<interface name=\"usbDevice9\" caption=\"Hub\" description=\"up\" role=\"parent\"/>"
+              "<interface name=\"usbDevice8\" caption=\"Disk\" description=\"down\" role=\"child\"/>"
               "<interface name=\"x\" caption=\"c\" description=\"d\"/></device>");
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0],
-              "<diagEvent component=\"\" caption=\"Device Discovered\" description=\"USB Device 1 - Mass storage\"/>");
+    const std::string discovered = "<diagEvent component=\"libzorbus.so\" caption=\"Device Discovered\" description=";
+    EXPECT_EQ(host.events, std::vector<std::string>{discovered + "\"USB Device 1 - Mass storage\"/>"});
 
-    // Empty caption: the name is logged; a description inside the caption
-    // is not repeated; the catalogue form skips Initialize.
-    events.clear();
+    // Empty caption: the name is logged; a description inside the caption is
+    // not repeated; the catalogue form skips Initialize.
     d->caption = "";
     d->description = "Storage";
     d->className = "usbDevice";
-    d->failInInitialize = true;
-    std::string templateXml = d->ID(true);
-    EXPECT_NE(templateXml.find("class=\"usbDevice\""), std::string::npos);
-    EXPECT_NE(templateXml.find("<template/>"), std::string::npos);
-    EXPECT_EQ(events.back(), "<diagEvent component=\"\" caption=\"Device Discovered\" description=\"usbDevice0 - Storage\"/>");
-    d->caption = "Device";
-    d->description = "Device";
-    d->failInInitialize = false;
+    d->failIn = "Initialize";
+    XmlObject element(d->ID(true));
+    EXPECT_EQ(Values(element, {"class", "caption"}) + "|" + element.children.at(0).name, "usbDevice||template");
+    EXPECT_EQ(host.events.back(), discovered + "\"usbDevice0 - Storage\"/>");
+    d->caption = d->description = "Device";
+    d->failIn = "";
     d->ID(false);
-    EXPECT_EQ(events.back(), "<diagEvent component=\"\" caption=\"Device Discovered\" description=\"Device\"/>");
+    EXPECT_EQ(host.events.back(), discovered + "\"Device\"/>");
 }
 
+// One faulty device must not spoil a whole catalogue or discovery.
 TEST_F(DeviceModel, AFaultyDeviceKeepsItsErrorInsideItsElement) {
     ModelDevice* d = Add("usbDevice");
-    d->failInDoID = true;
-    EXPECT_EQ(d->ID(false),
-              "<device name=\"usbDevice0\" class=\"device\" caption=\"Device\" description=\"Device\">"
-              "<error errorCode=\"TvkError\" key=\"broken\" detail=\"detail\" reference=\"ID, device\">"
-              "broken: detail</error></device>");
-    EXPECT_TRUE(events.empty());
+    const std::string start = "<device name=\"usbDevice0\" class=\"device\" caption=\"Device\" description=\"Device\">";
+    for (bool catalog : {false, true}) {
+        d->failIn = "DoID";
+        EXPECT_EQ(d->ID(catalog), start + "<error errorCode=\"TvkError\" key=\"broken\" detail=\"detail\" "
+                                          "reference=\"ID, device\">broken: detail</error></device>");
+    }
+    d->failIn = "Initialize";
+    EXPECT_EQ(d->ID(false), start + "<error errorCode=\"TvkError\" key=\"cannot start\" detail=\"\" "
+                                    "reference=\"ID, device\">cannot start</error></device>");
+    EXPECT_TRUE(host.events.empty());
 
     // Without a callback the event fails after the flag was set.
-    d->failInDoID = false;
-    component.eventCallback = nullptr;
-    std::string xml = d->ID(false);
-    EXPECT_NE(xml.find("diagnosable=\"0\""), std::string::npos);
-    EXPECT_NE(xml.find("key=\"Event callback not registered!\""), std::string::npos);
+    d->failIn = "";
+    pTestComponent->eventCallback = nullptr;
+    XmlObject element(d->ID(false));
+    EXPECT_EQ(Values(element, {"diagnosable"}) + "|" + ErrorKey(element), "0|Event callback not registered!");
 }
 
 TEST_F(DeviceModel, TestsListReplacesByNameAndFindsExactly) {
-    ModelDevice* d = Add("usbDevice");
-    auto* a = new ModelTest("alpha", d);
-    auto* b = new ModelTest("beta", d);
-    d->AddTest(a);
-    d->AddTest(b);
-    d->AddTest(nullptr);
-    EXPECT_EQ(a->setParametersCalls, 1);
-    auto* a2 = new ModelTest("alpha", d);
-    d->AddTest(a2);  // replaces alpha and takes the last place
-    ASSERT_EQ(d->tests.size(), 2u);
-    EXPECT_EQ(d->tests[0], b);
-    EXPECT_EQ(d->tests[1], a2);
-    EXPECT_EQ(d->FindTest("alpha"), a2);
-    EXPECT_EQ(d->FindTest("Alpha"), nullptr);
-    EXPECT_EQ(ModelTest::liveCount, 2);
-
+    AddTest("alpha");
+    ScriptedTest* beta = AddTest("beta");
+    device->AddTest(nullptr);
+    ScriptedTest* alpha = AddTest("alpha");  // replaces alpha and takes the last place
+    EXPECT_EQ(device->tests, (std::vector<::Test*>{beta, alpha}));
+    EXPECT_EQ(device->FindTest("alpha"), alpha);
+    EXPECT_EQ(device->FindTest("Alpha"), nullptr);
     XmlObject element;
-    d->AddTestAndId(new ModelTest("gamma", d), element);
-    ASSERT_EQ(element.children.size(), 1u);
-    EXPECT_EQ(element.children[0].name, "test");
-    EXPECT_EQ(element.children[0].GetAttributeValue("name"), "gamma");
+    device->AddTestAndId(new ScriptedTest("gamma", device), element);
+    EXPECT_EQ(element.children.at(0).name + "|" + Values(element.children[0], {"name"}), "test|gamma");
 }
 
-TEST_F(DeviceModel, ComponentRoundTripsThroughTheStateStream) {
-    ModelDevice* d0 = Add("usbDevice");
-    ModelDevice* d1 = Add("usbDevice");
-    d0->caption = "first";
-    d0->locked = true;
-    d0->AddInterface("usbDevice1", "second", "child", childRole);
-    d0->AddTest(new ModelTest("alpha", d0));
-    d1->AddTest(new ModelTest("beta", d1));
-    component.componentName = "libzorbus.so";
-
-    optstream out;
-    out << static_cast<const Persistent*>(&component);
-    iptstream in = iptstream::FromMemory(out.GetBuffer());
-    TestComponent* restored = nullptr;
-    in.ReadOwned(restored);
-    ASSERT_NE(restored, nullptr);
-    EXPECT_STREQ(restored->GetRealClassName(), "ModelComponent");
-    EXPECT_EQ(restored->componentName, "libzorbus.so");
-    ASSERT_EQ(restored->devices.size(), 2u);
-    Device* r0 = *restored->devices.begin();
-    EXPECT_EQ(r0->name, "usbDevice0");
-    EXPECT_EQ(r0->caption, "first");
-    EXPECT_TRUE(r0->locked);
-    ASSERT_EQ(r0->interfaces.size(), 1u);
-    EXPECT_EQ(r0->interfaces[0].role, childRole);
-    ASSERT_EQ(r0->tests.size(), 1u);
-    EXPECT_EQ(r0->tests[0]->device, r0);  // the back reference points at the restored device
-    EXPECT_EQ(r0->tests[0]->name, "alpha");
-
-    // Writing the restored graph gives the same bytes.
-    optstream again;
-    again << static_cast<const Persistent*>(restored);
-    EXPECT_EQ(again.GetBuffer(), out.GetBuffer());
-    delete restored;
-
-    // An empty set is a count of 0 and comes back empty.
-    ModelComponent empty;
-    optstream emptyOut;
-    emptyOut << static_cast<const Persistent*>(&empty);
-    iptstream emptyIn = iptstream::FromMemory(emptyOut.GetBuffer());
-    TestComponent* back = nullptr;
-    emptyIn.ReadOwned(back);
-    ASSERT_NE(back, nullptr);
-    EXPECT_TRUE(back->devices.empty());
-    delete back;
-}
-
-TEST_F(DeviceModel, CopiesAreDeep) {
+TEST_F(DeviceModel, CopiesAreDeepAndTheStoredFormComesBack) {
     ModelDevice* d = Add("usbDevice");
-    d->AddTest(new ModelTest("alpha", d));
+    d->caption = "first";
+    d->locked = true;
+    d->AddInterface("usbDevice1", "second", "child", childRole);
+    d->AddTest(new ScriptedTest("alpha", d));
     d->AddProperty(new Property("p", "c", "v"));
     d->className = "special";
-    int before = ModelTest::liveCount;
-    Persistent* copy = component.CreateCopy();
-    EXPECT_EQ(ModelTest::liveCount, before + 1);
-    auto* copied = static_cast<TestComponent*>(copy);
-    Device* cd = *copied->devices.begin();
-    EXPECT_NE(cd, d);
-    EXPECT_TRUE(cd->properties.empty());  // properties and class name are not copied
-    EXPECT_TRUE(cd->className.empty());
+    std::unique_ptr<TestComponent> copy(static_cast<TestComponent*>(pTestComponent->CreateCopy()));
+    Device* cd = copy->FindDevice("usbDevice0");
+    ASSERT_TRUE(cd && cd != d && cd->tests.at(0) != d->tests.at(0));
     EXPECT_EQ(cd->tests[0]->device, d);  // a copied test keeps its device
-    delete copy;
-    EXPECT_EQ(ModelTest::liveCount, before);
-    EXPECT_EQ(d->tests.size(), 1u);
+    EXPECT_EQ(Values(XmlObject(cd->ID(true)), {"caption", "class"}), "first|device");  // no class name, ...
+    EXPECT_EQ(cd->properties.size(), 0u);                                                // ... no properties
+    copy.reset();
+    EXPECT_EQ(d->tests[0]->name, "alpha");
+
+    const std::string bytes = (optstream() << static_cast<const Persistent*>(pTestComponent)).GetBuffer();
+    TestComponent* read = nullptr;
+    iptstream::FromMemory(bytes).ReadOwned(read);
+    std::unique_ptr<TestComponent> restored(read);
+    ASSERT_TRUE(restored);
+    EXPECT_EQ((optstream() << static_cast<const Persistent*>(read)).GetBuffer(), bytes);
+    Device* r0 = restored->FindDevice("usbDevice0");
+    ASSERT_TRUE(r0 && r0->locked && r0->interfaces.at(0).role == childRole);
+    EXPECT_EQ(r0->tests.at(0)->device, r0);  // the back reference points at the restored device
 
     // CopyFromPointer ignores null, itself and other classes.
-    Interface i("n", "c", "d", siblingRole);
-    i.CopyFromPointer(nullptr);
-    i.CopyFromPointer(&i);
-    i.CopyFromPointer(d);
-    EXPECT_EQ(i.name, "n");
-    Interface other("m", "c2", "d2", parentRole);
+    Interface i("n", "c", "d", siblingRole), other("m", "c2", "d2", parentRole);
+    for (const Persistent* ignored : std::initializer_list<const Persistent*>{nullptr, &i, d}) i.CopyFromPointer(ignored);
+    EXPECT_EQ(i.name + i.description, "nd");
     i.CopyFromPointer(&other);
-    EXPECT_EQ(i.name, "m");
-    EXPECT_EQ(i.role, parentRole);
-}
-
-// The write directory is decided once per process, so each case runs in a
-// child process of its own.
-void expectWriteDirectory(const char* env, const std::string& expected) {
-    EXPECT_EXIT(
-        {
-            if (env) setenv("CORVANEWRITEDIR", env, 1);
-            else unsetenv("CORVANEWRITEDIR");
-            std::string first = TestComponent::GetDiagsWriteDirectory();
-            setenv("CORVANEWRITEDIR", "/", 1);
-            std::string second = TestComponent::GetDiagsWriteDirectory();
-            exit(first == expected && second == expected ? 0 : 1);
-        },
-        ::testing::ExitedWithCode(0), "")
-        << (env ? env : "(unset)");
+    EXPECT_EQ(i.name + i.description, "md2");
 }
 
 TEST(WriteDirectory, DecidedOnceFromTheEnvironment) {
-    expectWriteDirectory(nullptr, ".");
-    expectWriteDirectory("", ".");
-    expectWriteDirectory("/tmp", "/tmp");
-    expectWriteDirectory("/tmp/", "/tmp");
-    expectWriteDirectory("/tmp//", "/tmp/");
-    expectWriteDirectory("/no/such/folder", ".");
+    const std::pair<const char*, const char*> cases[] = {{nullptr, "."}, {"", "."}, {"/tmp", "/tmp"},
+                                                         {"/tmp/", "/tmp"}, {"/tmp//", "/tmp/"}, {"/no/such", "."}};
+    for (const auto& c : cases) {
+        TestComponent::diagsWriteDirectory.clear();
+        if (c.first) setenv("CORVANEWRITEDIR", c.first, 1);
+        else unsetenv("CORVANEWRITEDIR");
+        EXPECT_EQ(TestComponent::GetDiagsWriteDirectory(), c.second) << (c.first ? c.first : "(unset)");
+        setenv("CORVANEWRITEDIR", "/", 1);
+        EXPECT_EQ(TestComponent::GetDiagsWriteDirectory(), c.second);
+    }
+    TestComponent::diagsWriteDirectory.clear();
+    unsetenv("CORVANEWRITEDIR");
 }
 
 }  // namespace

@@ -17,6 +17,17 @@ std::string TestComponent::diagsWriteDirectory;
 
 static const char* const diagVersionRecord = "<diagVersion>8.6.0.3755A</diagVersion>";
 
+// The device a command names, or the front end's error for a name that is
+// not there.
+static Device* Found(Device* device, const std::string& name) {
+    if (!device) {
+        TvkError error("Device not found", name, "");
+        error.CrossReference("frontEnd", "frontEnd");
+        throw error;
+    }
+    return device;
+}
+
 TestComponent::TestComponent(const TestComponent& other)
     : Persistent(other),
       buildingCatalog(other.buildingCatalog),
@@ -117,13 +128,7 @@ std::string TestComponent::RunTest(XmlObject& command) {
     const std::string testName = command.GetAttributeValue(xmldef::test, "");
     const std::string component = command.GetAttributeValue(xmldef::component, "");
     try {
-        Device* device = FindDevice(deviceName);
-        if (!device) {
-            TvkError error("Device not found", deviceName, "");
-            error.CrossReference("frontEnd", "frontEnd");
-            throw error;
-        }
-        return device->RunTest(command);
+        return Found(FindDevice(deviceName), deviceName)->RunTest(command);
     } catch (TvkError& error) {
         XmlObject result;
         result.name = xmldef::testResult;
@@ -164,13 +169,7 @@ std::string TestComponent::RunDiagnosis(XmlObject& command) {
     const std::string deviceName = command.GetAttributeValue(xmldef::device, "");
     const std::string component = command.GetAttributeValue(xmldef::component, "");
     try {
-        Device* device = FindDevice(deviceName);
-        if (!device) {
-            TvkError error("Device not found", deviceName, "");
-            error.CrossReference("frontEnd", "frontEnd");
-            throw error;
-        }
-        return device->RunDiagnosis(command);
+        return Found(FindDevice(deviceName), deviceName)->RunDiagnosis(command);
     } catch (TvkError& error) {
         XmlObject result;
         result.name = xmldef::diagOutput;

@@ -13,18 +13,6 @@ USBInfoReader* (*DescTest::readerForTests)() = nullptr;
 
 namespace {
 
-// The parsed tree is nobody else's: drop it on every way out.
-class TreeFinisher {
-public:
-    explicit TreeFinisher(USBtree& tree) : tree(tree) {}
-    ~TreeFinisher() { tree.FinishTest(); }
-    TreeFinisher(const TreeFinisher&) = delete;
-    TreeFinisher& operator=(const TreeFinisher&) = delete;
-
-private:
-    USBtree& tree;
-};
-
 // Re-points a list entry that named `from` at `to`.
 void Repoint(ParameterList& list, const Parameter* from, Parameter* to) {
     for (Parameter*& entry : list.parameters)

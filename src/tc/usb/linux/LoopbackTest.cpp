@@ -18,18 +18,6 @@ unsigned int (*usbLoopbackTest::pause)(unsigned int) = ::sleep;
 
 namespace {
 
-// The parsed tree is nobody else's: drop it on every way out.
-class TreeFinisher {
-public:
-    explicit TreeFinisher(USBtree& tree) : tree(tree) {}
-    ~TreeFinisher() { tree.FinishTest(); }
-    TreeFinisher(const TreeFinisher&) = delete;
-    TreeFinisher& operator=(const TreeFinisher&) = delete;
-
-private:
-    USBtree& tree;
-};
-
 void SetCatalogueValues(usbLoopbackTest& test) {
     test.caption = Translate("USB 2.0 Loopback Test");
     test.description = Translate("Factory USB 2.0 loopback speed test");

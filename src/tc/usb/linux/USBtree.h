@@ -87,6 +87,18 @@ private:
     void ParseAllLines(USBInfoReader* reader, char* buffer);
 };
 
+// A tree parsed for one test run is nobody else's: drop it on every way out.
+class TreeFinisher {
+public:
+    explicit TreeFinisher(USBtree& tree) : tree(tree) {}
+    ~TreeFinisher() { tree.FinishTest(); }
+    TreeFinisher(const TreeFinisher&) = delete;
+    TreeFinisher& operator=(const TreeFinisher&) = delete;
+
+private:
+    USBtree& tree;
+};
+
 // The parser's process-wide state (last bus seen, root hub product pending)
 // back to its start. For unit tests only; product code never calls it.
 void ResetUsbDiscoveryStateForTests();

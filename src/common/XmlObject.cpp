@@ -81,6 +81,17 @@ void Write(const XmlObject& element, std::string& out) {
     }
 }
 
+// The length of the element's text before escaping: enough to size the
+// output of a large tree once instead of growing it step by step, which
+// copies it again and again and, past the allocator's mapping threshold,
+// touches fresh pages each time.
+size_t PlainSize(const XmlObject& element) {
+    size_t size = element.value.size() + 2 * element.name.size() + 5;
+    for (const auto& attribute : element.GetAttributes()) size += attribute.first.size() + attribute.second.size() + 4;
+    for (const XmlObject& child : element.children) size += PlainSize(child);
+    return size;
+}
+
 // "@attr='value'" or "@attr=\"value\"". Anything else is not understood
 // and matches no element.
 struct Predicate {
@@ -244,7 +255,9 @@ std::vector<XmlObject*> XmlObject::FindObjects(const std::string& element) {
 
 std::string XmlObject::GetXmlString() const {
     std::string out;
-    out.reserve(256);
+    // A leaf is small; only a tree is worth the extra walk.
+    const size_t plain = children.empty() ? 0 : PlainSize(*this);
+    out.reserve(children.empty() ? 256 : plain + plain / 32 + 64);
     Write(*this, out);
     return out;
 }

@@ -23,17 +23,17 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchTestbed.h"
 #include "tc/frame/EntryPoints.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+using namespace benchtestbed;
+
 // The mode this host reports (nvxIsFactory below).
 int benchFactoryMode = 0;
-
-// Set in the run under umockdev: the temporary folder with the testbed.
-const char* const testbedVariable = "ZORBUS_BENCH_TESTBED";
 
 const int devicesPerBus = 127;  // every address of a bus in use
 const int hubsPerBus = 7;       // on the root hub's 7 ports
@@ -154,16 +154,7 @@ std::string DevicesFile(int buses) {
 
 // ---- the benchmark ----
 
-std::string TestbedDevicesFile() { return std::string(getenv(testbedVariable)) + "/testbed/proc/bus/usb/devices"; }
-
-void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    if (!out) {
-        std::fprintf(stderr, "cannot write %s\n", path.c_str());
-        std::exit(1);
-    }
-}
+std::string TestbedDevicesFile() { return std::string(getenv(folderVariable)) + "/testbed/proc/bus/usb/devices"; }
 
 // One full discovery: a fresh component each time.
 size_t Discover() {
@@ -280,16 +271,6 @@ private:
 
 // ---- running under umockdev ----
 
-bool UnderOwnTestbed() {
-    const char* preload = getenv("LD_PRELOAD");
-    return getenv(testbedVariable) && preload && std::strstr(preload, "umockdev-preload");
-}
-
-void MakeStub(const std::string& path) {
-    WriteFile(path, "#!/bin/sh\nexit 0\n");
-    chmod(path.c_str(), 0755);
-}
-
 // Builds the temporary folder, runs this program again inside it under
 // umockdev-wrapper, removes the folder; gives the run's exit status.
 int RunUnderTestbed(char** argv) {
@@ -305,30 +286,7 @@ int RunUnderTestbed(char** argv) {
     for (const char* tool : {"mount", "sync", "lsusb"}) MakeStub(folder + "/stubs/" + tool);
     WriteFile(folder + "/testbed/proc/bus/usb/devices", "");
 
-    char self[4096];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0) return 1;
-    self[length] = '\0';
-    const std::string path = folder + "/stubs:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
-
-    const pid_t child = fork();
-    if (child == 0) {
-        if (chdir((folder + "/work").c_str()) != 0) _exit(126);
-        setenv(testbedVariable, folder.c_str(), 1);
-        setenv("UMOCKDEV_DIR", (folder + "/testbed").c_str(), 1);
-        setenv("PATH", path.c_str(), 1);
-        std::vector<char*> args{const_cast<char*>("umockdev-wrapper"), self};
-        for (char** a = argv + 1; *a; ++a) args.push_back(*a);
-        args.push_back(nullptr);
-        execvp("umockdev-wrapper", args.data());
-        std::fprintf(stderr, "cannot start umockdev-wrapper: %s\n", std::strerror(errno));
-        _exit(127);
-    }
-    int status = 1;
-    if (child < 0 || waitpid(child, &status, 0) != child) status = 1 << 8;
-    std::error_code ignored;
-    fs::remove_all(folder, ignored);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+    return RunInTestbed(folder, argv);
 }
 
 }  // namespace

@@ -24,14 +24,16 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchTestbed.h"
 #include "tc/frame/EntryPoints.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
+using namespace benchtestbed;
+
 int benchFactoryMode = 0;
-const char* const testbedVariable = "ZORBUS_BENCH_TESTBED";
 
 const int devicesPerBus = 127;
 const int hubsPerBus = 7;
@@ -170,16 +172,7 @@ std::string LsusbText(int buses) {
 
 // ---- the benchmark ----
 
-std::string Folder() { return getenv(testbedVariable); }
-
-void WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    if (!out) {
-        std::fprintf(stderr, "cannot write %s\n", path.c_str());
-        std::exit(1);
-    }
-}
+std::string Folder() { return getenv(folderVariable); }
 
 size_t Discover() {
     Initialize("<init component=\"libzorbus.so\"/>");
@@ -299,16 +292,6 @@ private:
 
 // ---- running under umockdev ----
 
-bool UnderOwnTestbed() {
-    const char* preload = getenv("LD_PRELOAD");
-    return getenv(testbedVariable) && preload && std::strstr(preload, "umockdev-preload");
-}
-
-void MakeStub(const std::string& path, const std::string& body) {
-    WriteFile(path, "#!/bin/sh\n" + body + "exit 0\n");
-    chmod(path.c_str(), 0755);
-}
-
 int RunUnderTestbed(char** argv) {
     char pattern[] = "/tmp/zorbus-bench-lsusb-XXXXXX";
     if (!mkdtemp(pattern)) {
@@ -322,38 +305,15 @@ int RunUnderTestbed(char** argv) {
     fs::create_directories(folder + "/testbed/proc");
     fs::create_directories(folder + "/work");
     fs::create_directories(folder + "/stubs");
-    MakeStub(folder + "/stubs/mount", "");
-    MakeStub(folder + "/stubs/sync", "");
+    MakeStub(folder + "/stubs/mount");
+    MakeStub(folder + "/stubs/sync");
     MakeStub(folder + "/stubs/lsusb", "cat '" + folder + "/lsusb.out'\n");
     if (fs::exists("/proc/bus/usb/devices")) {
         std::fprintf(stderr, "this machine has /proc/bus/usb/devices: the lsusb road cannot be taken here\n");
         return 1;
     }
 
-    char self[4096];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0) return 1;
-    self[length] = '\0';
-    const std::string path = folder + "/stubs:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
-
-    const pid_t child = fork();
-    if (child == 0) {
-        if (chdir((folder + "/work").c_str()) != 0) _exit(126);
-        setenv(testbedVariable, folder.c_str(), 1);
-        setenv("UMOCKDEV_DIR", (folder + "/testbed").c_str(), 1);
-        setenv("PATH", path.c_str(), 1);
-        std::vector<char*> args{const_cast<char*>("umockdev-wrapper"), self};
-        for (char** a = argv + 1; *a; ++a) args.push_back(*a);
-        args.push_back(nullptr);
-        execvp("umockdev-wrapper", args.data());
-        std::fprintf(stderr, "cannot start umockdev-wrapper: %s\n", std::strerror(errno));
-        _exit(127);
-    }
-    int status = 1;
-    if (child < 0 || waitpid(child, &status, 0) != child) status = 1 << 8;
-    std::error_code ignored;
-    fs::remove_all(folder, ignored);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+    return RunInTestbed(folder, argv);
 }
 
 }  // namespace

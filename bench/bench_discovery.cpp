@@ -215,60 +215,6 @@ BENCHMARK(DiscoverMachine)
     ->Unit(benchmark::kMillisecond)
     ->MinTime(1.0);
 
-// Prints the targets after the table: 4,064 devices within 100 ms, and
-// time(4,064) / time(1,016) at most 4.5, in each mode. Wall time is what a
-// host waits for (it includes the stub mount and sync); processor time is the
-// library's own work. With repetitions the medians count.
-class TargetReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.error_occurred) continue;
-            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-            if (run.run_type != Run::RT_Iteration && !median) continue;
-            Times& t = times[Key(run.run_name.args)];
-            if (t.fromMedian && !median) continue;
-            t = Times{run.GetAdjustedRealTime(), run.GetAdjustedCPUTime(), median};  // in ms
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        for (const char* mode : {"0", "1"}) {
-            const auto small = times.find(std::string("8/") + mode);
-            const auto large = times.find(std::string("32/") + mode);
-            if (small == times.end() || large == times.end()) continue;
-            const double wallRatio = large->second.wall / small->second.wall;
-            const double cpuRatio = large->second.cpu / small->second.cpu;
-            std::printf("%-7s mode: 4064 devices %.1f ms wall, %.1f ms processor (target <= 100 ms: %s); "
-                        "1016 devices %.1f ms wall, %.1f ms processor; ratio %.2f wall (target <= 4.5: %s), "
-                        "%.2f processor\n",
-                        mode[0] == '1' ? "factory" : "field", large->second.wall, large->second.cpu,
-                        large->second.wall <= 100.0 ? "met" : "MISSED", small->second.wall, small->second.cpu,
-                        wallRatio, wallRatio <= 4.5 ? "met" : "MISSED", cpuRatio);
-        }
-    }
-
-private:
-    struct Times {
-        double wall = 0, cpu = 0;
-        bool fromMedian = false;
-    };
-    // "buses:8/factory:0" -> "8/0"
-    static std::string Key(const std::string& args) {
-        std::string key;
-        bool inValue = false;
-        for (char c : args) {
-            if (c == ':') inValue = true;
-            else if (c == '/') inValue = false, key += '/';
-            else if (inValue) key += c;
-        }
-        return key;
-    }
-    std::map<std::string, Times> times;
-};
-
 // ---- running under umockdev ----
 
 // Builds the temporary folder, runs this program again inside it under
@@ -298,7 +244,7 @@ int main(int argc, char** argv) {
     if (!UnderOwnTestbed()) return RunUnderTestbed(argv);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    TargetReporter reporter;
+    ScalingReporter reporter(100.0);
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;

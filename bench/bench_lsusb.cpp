@@ -240,56 +240,6 @@ BENCHMARK(DiscoverMachine)
     ->Unit(benchmark::kMillisecond)
     ->MinTime(1.0);
 
-// Prints the scaling target after the table, in each mode (medians when
-// repeated).
-class TargetReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.error_occurred) continue;
-            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-            if (run.run_type != Run::RT_Iteration && !median) continue;
-            Times& t = times[Key(run.run_name.args)];
-            if (t.fromMedian && !median) continue;
-            t = Times{run.GetAdjustedRealTime(), run.GetAdjustedCPUTime(), median};
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        for (const char* mode : {"0", "1"}) {
-            const auto small = times.find(std::string("8/") + mode);
-            const auto large = times.find(std::string("32/") + mode);
-            if (small == times.end() || large == times.end()) continue;
-            const double wallRatio = large->second.wall / small->second.wall;
-            const double cpuRatio = large->second.cpu / small->second.cpu;
-            std::printf("%-7s mode: 4064 devices %.1f ms wall, %.1f ms processor; 1016 devices %.1f ms wall, "
-                        "%.1f ms processor; ratio %.2f wall (target <= 4.5: %s), %.2f processor\n",
-                        mode[0] == '1' ? "factory" : "field", large->second.wall, large->second.cpu,
-                        small->second.wall, small->second.cpu, wallRatio, wallRatio <= 4.5 ? "met" : "MISSED",
-                        cpuRatio);
-        }
-    }
-
-private:
-    struct Times {
-        double wall = 0, cpu = 0;
-        bool fromMedian = false;
-    };
-    static std::string Key(const std::string& args) {
-        std::string key;
-        bool inValue = false;
-        for (char c : args) {
-            if (c == ':') inValue = true;
-            else if (c == '/') inValue = false, key += '/';
-            else if (inValue) key += c;
-        }
-        return key;
-    }
-    std::map<std::string, Times> times;
-};
-
 // ---- running under umockdev ----
 
 int RunUnderTestbed(char** argv) {
@@ -325,7 +275,7 @@ int main(int argc, char** argv) {
     if (!UnderOwnTestbed()) return RunUnderTestbed(argv);
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    TargetReporter reporter;
+    ScalingReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -32,6 +33,9 @@ struct TranslatorState {
 struct Translator {
     std::shared_mutex stateMutex;
     std::shared_ptr<const TranslatorState> state = std::make_shared<TranslatorState>();
+    // Whether `state` holds any text: without a language every text stays as
+    // it is, and Translate need not take the lock on every event it names.
+    std::atomic<bool> anyTexts{false};
     // Writers (initialise, add, reset) come one at a time; readers don't wait for them.
     std::mutex writerMutex;
 
@@ -41,6 +45,7 @@ struct Translator {
     }
     void Publish(std::shared_ptr<const TranslatorState> next) {
         std::unique_lock<std::shared_mutex> lock(stateMutex);
+        anyTexts.store(!next->merged.empty(), std::memory_order_release);
         state = std::move(next);
     }
 };
@@ -193,6 +198,7 @@ void MergeCatalog(TranslatorState& into, const std::string& name) {
 
 std::string Translate(const std::string& text) {
     Translator& translator = Instance();
+    if (!translator.anyTexts.load(std::memory_order_acquire)) return text;
     std::shared_lock<std::shared_mutex> lock(translator.stateMutex);
     const Catalog& merged = translator.state->merged;
     if (merged.empty()) return text;

@@ -1,5 +1,7 @@
 #include "common/TvkError.h"
 
+#include <cstring>
+
 #include "common/XmlObject.h"
 #include "common/xmldef.h"
 
@@ -15,49 +17,25 @@ const char* TvkWarning::GetTagName() const { return xmldef::warning; }
 
 const char* TvkWarning::GetErrorCode() const { return "TvkWarning"; }
 
-// Built through XmlObject so that any text, markup characters included,
-// comes out escaped and parses back unchanged.
 // Written straight into text (errors are on the hot path of every refused
 // command); the form is exactly that of GetXmlObject().GetXmlString().
 std::string TvkWarning::GetXml() const {
-    std::string out;
-    out.reserve(96 + message.size() * 2 + detail.size() * 2);
+    // The text is the message, then ": " and the detail; a NUL in the
+    // message ends it there, which only the element itself handles.
+    if (message.find('\0') != std::string::npos) return GetXmlObject().GetXmlString();
     const char* tag = GetTagName();
-    out += '<';
-    out += tag;
-    auto attribute = [&out](const char* name, const std::string& value) {
-        out += ' ';
-        out += name;
-        out += "=\"";
-        XmlAppendEscaped(out, value, true);
-        out += '"';
-    };
-    out += " errorCode=\"";
-    out += GetErrorCode();
-    out += '"';
-    attribute(xmldef::key, message);
-    attribute(xmldef::detail, detail);
-    if (!extra.empty()) attribute("extra", extra);
-    if (!referenceA.empty() || !referenceB.empty()) attribute(xmldef::reference, referenceA + ", " + referenceB);
-    // The text is the message, then ": " and the detail, written straight
-    // in; a NUL ends it, which only the slow road handles.
-    if (message.find('\0') != std::string::npos) {
-        std::string escaped;
-        XmlAppendEscaped(escaped, GetText(), false);
-        if (escaped.empty()) return out += "/>";
-        return out.append(">").append(escaped).append("</").append(tag).append(">");
-    }
-    if (message.empty() && detail.empty()) return out += "/>";
-    out += '>';
-    XmlAppendEscaped(out, message, false);
-    if (!detail.empty()) {
-        out += ": ";
-        XmlAppendEscaped(out, detail, false);
-    }
-    out += "</";
-    out += tag;
-    out += '>';
-    return out;
+    const char* code = GetErrorCode();
+    const size_t tagSize = std::strlen(tag);
+    XmlTextWriter xml;
+    xml.Raw("<").Raw(tag, tagSize).Raw(" errorCode=\"").Raw(code, std::strlen(code));
+    xml.Raw("\" key=\"").Attribute(message).Raw("\" detail=\"").Attribute(detail).Raw("\"");
+    if (!extra.empty()) xml.Raw(" extra=\"").Attribute(extra).Raw("\"");
+    if (!referenceA.empty() || !referenceB.empty())
+        xml.Raw(" reference=\"").Attribute(referenceA + ", " + referenceB).Raw("\"");
+    if (message.empty() && detail.empty()) return xml.Raw("/>").Str();
+    xml.Raw(">").Text(message);
+    if (!detail.empty()) xml.Raw(": ").Text(detail);
+    return xml.Raw("</").Raw(tag, tagSize).Raw(">").Str();
 }
 
 std::string TvkWarning::GetText() const {

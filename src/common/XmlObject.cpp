@@ -1,8 +1,11 @@
 #include "common/XmlObject.h"
 
+#include <algorithm>
+#include <cstring>
 #include <pugixml.hpp>
 
 #include "common/TvkError.h"
+#include "common/XmlDocument.h"
 #include "common/xmldef.h"
 
 namespace {
@@ -49,6 +52,44 @@ void AppendEscaped(std::string& out, const std::string& s, const unsigned char* 
             }
         }
     }
+}
+
+// The longest entity, "&quot;": the most one character can become.
+constexpr size_t kLongestEntity = 6;
+
+// Writes `s` escaped at `to`, which has room for the worst case; returns
+// the characters written. Runs without markup, most of any text, are
+// copied whole.
+size_t EscapeInto(char* to, const std::string& s, const unsigned char* special) {
+    char* const start = to;
+    const char* p = s.data();
+    const char* const end = p + s.size();
+    for (;;) {
+        const char* run = p;
+        while (p < end && !special[static_cast<unsigned char>(*p)]) ++p;
+        std::memcpy(to, run, static_cast<size_t>(p - run));
+        to += p - run;
+        if (p == end) break;
+        const unsigned char c = static_cast<unsigned char>(*p++);
+        const char* entity;
+        size_t size = 0;
+        switch (c) {
+            case 0: return static_cast<size_t>(to - start);
+            case '&': entity = "&amp;"; size = 5; break;
+            case '<': entity = "&lt;"; size = 4; break;
+            case '>': entity = "&gt;"; size = 4; break;
+            case '"': entity = "&quot;"; size = 6; break;
+            default: {
+                const char numeric[5] = {'&', '#', static_cast<char>('0' + c / 10), static_cast<char>('0' + c % 10), ';'};
+                std::memcpy(to, numeric, 5);
+                to += 5;
+                continue;
+            }
+        }
+        std::memcpy(to, entity, size);
+        to += size;
+    }
+    return static_cast<size_t>(to - start);
 }
 
 void Write(const XmlObject& element, std::string& out) {
@@ -142,14 +183,28 @@ void CollectNamed(XmlObject& element, const std::string& name, std::vector<XmlOb
 
 }  // namespace
 
-XmlObject::XmlObject(const std::string& xml) {
-    pugi::xml_document document;
+XmlDocument::XmlDocument(const std::string& xml) {
+    // The copy ends in a NUL that is parsed with it, as in pugixml's own
+    // copy: errors at the end of the text then give the same offsets.
+    char* text = local;
+    if (xml.size() >= sizeof local) {
+        heap.reserve(xml.size() + 1);
+        heap.assign(xml).push_back('\0');
+        text = &heap[0];
+    } else {
+        std::memcpy(local, xml.data(), xml.size());
+        local[xml.size()] = '\0';
+    }
     const pugi::xml_parse_result result =
-        document.load_buffer(xml.data(), xml.size(), pugi::parse_default, pugi::encoding_utf8);
+        document.load_buffer_inplace(text, xml.size() + 1, pugi::parse_default, pugi::encoding_utf8);
     if (!result)
         throw TvkError("Malformed XML",
                        std::string(result.description()) + " at offset " + std::to_string(result.offset), "");
+}
 
+XmlObject::XmlObject(const std::string& xml) : XmlObject(XmlDocument(xml)) {}
+
+XmlObject::XmlObject(const XmlDocument& parsed) {
     // A local class of a member function may fill the private attribute
     // lists directly, without the duplicate search of SetAttribute.
     struct Converter {
@@ -180,7 +235,7 @@ XmlObject::XmlObject(const std::string& xml) {
             }
         }
     };
-    Converter::Convert(document.document_element(), *this);
+    Converter::Convert(parsed.document.document_element(), *this);
 }
 
 std::string XmlObject::GetAttributeValue(const std::string& attribute, const std::string& defaultValue) const {
@@ -262,8 +317,21 @@ std::string XmlObject::GetXmlString() const {
     return out;
 }
 
-void XmlAppendEscaped(std::string& out, const std::string& text, bool inAttribute) {
-    AppendEscaped(out, text, inAttribute ? kEscape.attribute : kEscape.text);
+void XmlTextWriter::Grow(size_t size) {
+    capacity = std::max(2 * capacity, used + size);
+    heap.resize(capacity);
+    if (data == local) std::memcpy(&heap[0], local, used);
+    data = &heap[0];
+}
+
+XmlTextWriter& XmlTextWriter::Attribute(const std::string& value) {
+    used += EscapeInto(Room(kLongestEntity * value.size()), value, kEscape.attribute);
+    return *this;
+}
+
+XmlTextWriter& XmlTextWriter::Text(const std::string& value) {
+    used += EscapeInto(Room(kLongestEntity * value.size()), value, kEscape.text);
+    return *this;
 }
 
 std::string XmlFormatNumber(long long number, int base) {

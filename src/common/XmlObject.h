@@ -3,10 +3,13 @@
 // writing; nothing of it shows in this header, so its symbols stay private.
 #pragma once
 
+#include <cstring>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
+
+class XmlDocument;
 
 class XmlObject {
 public:
@@ -18,6 +21,8 @@ public:
     // Parses one element; malformed or empty text throws TvkError
     // ("Malformed XML", "<what> at offset <n>", "").
     explicit XmlObject(const std::string& xml);
+    // The root element of a parsed text, converted whole.
+    explicit XmlObject(const XmlDocument& document);
 
     // The attribute's value, or `defaultValue` when the element has none.
     std::string GetAttributeValue(const std::string& attribute,
@@ -61,11 +66,49 @@ private:
 };
 
 std::string XmlFormatNumber(long long number, int base);
-// Appends `text` escaped exactly as GetXmlString escapes an attribute value
-// (inAttribute) or an element's text, for code that writes hot, fixed-form
-// elements straight into a string.
-void XmlAppendEscaped(std::string& out, const std::string& text, bool inAttribute);
 std::string XmlFormatNumber(unsigned long long number, int base);
+
+// Writes a hot, fixed-form element (an event, an error) straight into text,
+// escaped exactly as GetXmlString escapes attribute values and text. Room
+// for the worst case of each piece is made before it is written, so the
+// characters go in without a check each. Short elements stay in a buffer
+// of the writer's own and cost no allocation until Str copies them out.
+class XmlTextWriter {
+public:
+    XmlTextWriter() = default;
+    XmlTextWriter(const XmlTextWriter&) = delete;
+    XmlTextWriter& operator=(const XmlTextWriter&) = delete;
+
+    XmlTextWriter& Raw(const char* piece, size_t size) {
+        std::memcpy(Room(size), piece, size);
+        used += size;
+        return *this;
+    }
+    template <size_t N>
+    XmlTextWriter& Raw(const char (&literal)[N]) { return Raw(literal, N - 1); }
+    XmlTextWriter& Raw(const std::string& piece) { return Raw(piece.data(), piece.size()); }
+    XmlTextWriter& Attribute(const std::string& value);  // escaped as an attribute value
+    XmlTextWriter& Text(const std::string& value);       // escaped as an element's text
+
+    // The text so far, ended by a NUL; valid until the next write.
+    const char* CStr() {
+        *Room(1) = '\0';
+        return data;
+    }
+    std::string Str() const { return std::string(data, used); }
+
+private:
+    char* Room(size_t size) {
+        if (capacity - used < size) Grow(size);
+        return data + used;
+    }
+    void Grow(size_t size);
+    char local[256];
+    std::string heap;  // the text once it outgrows `local`
+    char* data = local;
+    size_t capacity = sizeof local;
+    size_t used = 0;
+};
 
 template <typename T>
 void XmlObject::SetAttribute(const std::string& attribute, T number, int base) {

@@ -34,9 +34,13 @@ TEST(TvkError, MarkupInTextsParsesBackAndBothWritersAgree) {
     EXPECT_EQ(x.value, message + ": " + detail);
     EXPECT_EQ(e.GetXmlObject().GetXmlString(), e.GetXml());
 
-    // Also where a NUL cuts the text or only the detail is there.
+    // Also where a NUL cuts the text or only the detail is there, and texts
+    // long enough to outgrow the writer's own buffer more than once.
+    std::string controls;
+    for (char c = 1; c < 32; ++c) controls += c;
     const std::pair<std::string, std::string> texts[] = {
-        {"", "d"}, {"", ""}, {std::string("ab\0c", 4), "d"}, {std::string("\0", 1), "d"}};
+        {"", "d"}, {"", ""}, {std::string("ab\0c", 4), "d"}, {std::string("\0", 1), "d"},
+        {std::string(200, 'm') + "<&>", std::string(90, '"')}, {controls + std::string(3000, '&'), controls}};
     for (const auto& t : texts) {
         const TvkWarning warning(t.first, t.second, "");
         const TvkError error(t.first, t.second, "");

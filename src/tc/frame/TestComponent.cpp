@@ -9,6 +9,7 @@
 #include "common/StringUtil.h"
 #include "common/Translate.h"
 #include "common/TvkError.h"
+#include "common/XmlDocument.h"
 #include "common/xmldef.h"
 #include "tc/frame/EntryPoints.h"
 #include "tc/framework/Test.h"
@@ -59,19 +60,22 @@ void TestComponent::Uninitialize() {}
 void TestComponent::DiagRunBegin(const XmlObject&) {}
 void TestComponent::DiagRunEnd(const XmlObject&) {}
 
-// Whole-name, case-insensitive match of a command name.
+// Whole-name, case-insensitive match of a command name. The lengths are
+// compared first: most keywords are ruled out without reading a character.
 static bool isCommand(const std::string& name, const char* keyword) {
-    return strcasecmp(name.c_str(), keyword) == 0 && name.size() == std::strlen(keyword);
+    return name.size() == std::strlen(keyword) && strcasecmp(name.c_str(), keyword) == 0;
 }
 
 std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
     // Parsing stands outside the error handling below: a text that is no
-    // XML gets the parser's error straight from the entry point.
-    XmlObject command(text);
-    const std::string component = command.GetAttributeValue(xmldef::component, "");
+    // XML gets the parser's error straight from the entry point. Only the
+    // commands that read more than the root's name and component convert
+    // the whole element.
+    const XmlDocument document(text);
+    const std::string name = document.RootName();
+    const std::string component = document.RootAttribute(xmldef::component);
     std::string answer;
     try {
-        const std::string& name = command.name;
         if (isCommand(name, xmldef::catalog)) {
             buildingCatalog = true;
             WriteEventLog(Translate("Building Catalog"), "");
@@ -81,19 +85,24 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
             WriteEventLog(Translate("Device Discovery Started"), "");
             answer = ID();
         } else if (isCommand(name, xmldef::runTest)) {
+            XmlObject command(document);
             answer = RunTest(command);
             if (answer.find("failed") != std::string::npos) CreateTestComponentFailureLogFile(component);
         } else if (isCommand(name, xmldef::cancelTest)) {
-            answer = CancelTest(command);
+            answer = CancelTest(XmlObject(document));
         } else if (isCommand(name, "runDiagnosis")) {
+            XmlObject command(document);
             answer = RunDiagnosis(command);
         } else if (isCommand(name, "deviceAction")) {
+            XmlObject command(document);
             DeviceAction(command);
         } else if (isCommand(name, "getDiagVersion")) {
             answer = diagVersionRecord;
         } else if (isCommand(name, "diagRunBegin")) {
+            const XmlObject command(document);
             if (const XmlObject* run = command.FindFirstMatch("diagRun", "")) DiagRunBegin(*run);
         } else if (isCommand(name, "diagRunEnd")) {
+            const XmlObject command(document);
             if (const XmlObject* run = command.FindFirstMatch("diagRun", "")) DiagRunEnd(*run);
         } else {
             // Handled as if thrown; an unknown command is common enough
@@ -109,12 +118,21 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
 std::string TestComponent::ErrorAnswer(const TvkError& error, const std::string& component) {
     buildingCatalog = false;
     try {
+        // The description is code - key;text, the text being the key and
+        // ": detail" when there is one. Written straight into the event; a
+        // NUL, which ends an escaped value, takes the plain road.
         const std::string& message = error.GetMessage();
-        std::string description(error.GetErrorCode());
-        description.reserve(description.size() + 2 * message.size() + error.GetDetail().size() + 8);
-        description.append(" - ").append(message).append(";").append(message);
-        if (!error.GetDetail().empty()) description.append(": ").append(error.GetDetail());
-        WriteEventLog(Translate("Error"), description);
+        const std::string& detail = error.GetDetail();
+        const std::string code = error.GetErrorCode();
+        if (message.find('\0') != std::string::npos || detail.find('\0') != std::string::npos) {
+            WriteEventLog(Translate("Error"), code + " - " + message + ";" + error.GetText());
+        } else {
+            XmlTextWriter event;
+            EventHead(event, Translate("Error")).Attribute(code).Raw(" - ").Attribute(message).Raw(";");
+            event.Attribute(message);
+            if (!detail.empty()) event.Raw(": ").Attribute(detail);
+            SendEventNotification(event.Raw("\"/>").CStr());
+        }
     } catch (TvkError& sendError) {
         // Without a callback the event cannot go out; the answer still does.
         dbgprintf("Error event not sent: %s\n", sendError.what());
@@ -196,10 +214,12 @@ Device* TestComponent::FindDevice(const std::string& name) {
     return it == devices.end() ? nullptr : *it;
 }
 
-std::string TestComponent::SendEventNotification(const std::string& xml) {
+std::string TestComponent::SendEventNotification(const std::string& xml) { return SendEventNotification(xml.c_str()); }
+
+std::string TestComponent::SendEventNotification(const char* xml) {
     EventCallback callback = eventCallback;
     if (!callback) throw TvkError("Event callback not registered!", "", "");
-    char* reply = callback(xml.c_str());
+    char* reply = callback(xml);
     if (!reply) return std::string();
     std::string text(reply);
     delete[] reply;
@@ -207,18 +227,15 @@ std::string TestComponent::SendEventNotification(const std::string& xml) {
 }
 
 void TestComponent::WriteEventLog(const std::string& caption, const std::string& description) {
-    // Every log line takes this road: written straight into text, in the
-    // form XmlObject would give it.
-    std::string event;
-    event.reserve(64 + componentName.size() + caption.size() + description.size());
-    event += "<diagEvent component=\"";
-    XmlAppendEscaped(event, componentName, true);
-    event += "\" caption=\"";
-    XmlAppendEscaped(event, caption, true);
-    event += "\" description=\"";
-    XmlAppendEscaped(event, description, true);
-    event += "\"/>";
-    SendEventNotification(event);
+    XmlTextWriter event;
+    SendEventNotification(EventHead(event, caption).Attribute(description).Raw("\"/>").CStr());
+}
+
+// Every log line takes this road: written straight into text, in the form
+// XmlObject would give it.
+XmlTextWriter& TestComponent::EventHead(XmlTextWriter& event, const std::string& caption) const {
+    event.Raw("<diagEvent component=\"").Attribute(componentName).Raw("\" caption=\"").Attribute(caption);
+    return event.Raw("\" description=\"");
 }
 
 std::string TestComponent::GetDiagsWriteDirectory() {

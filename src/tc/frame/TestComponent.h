@@ -50,6 +50,7 @@ public:
     // The host's reply, or "" when it gave none. Throws TvkError
     // "Event callback not registered!" without a callback.
     std::string SendEventNotification(const std::string& xml);
+    std::string SendEventNotification(const char* xml);
     void WriteEventLog(const std::string& caption, const std::string& description);
     static std::string GetDiagsWriteDirectory();
     void PurgeDevices();
@@ -67,6 +68,8 @@ private:
     // The dispatcher's error path: "Error" event, failure log file, the
     // error's own XML as the answer.
     std::string ErrorAnswer(const TvkError& error, const std::string& component);
+    // Writes a "diagEvent" element up to the opening quote of its description.
+    XmlTextWriter& EventHead(XmlTextWriter& event, const std::string& caption) const;
     std::map<std::string, unsigned int> nameHints;
 };
 

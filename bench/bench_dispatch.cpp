@@ -1,5 +1,7 @@
 // A command's round trip through the entry points, beside a bare pugixml
-// parse and serialise of the same command text in the same run.
+// parse and serialise of the same command text in the same run. On a busy
+// machine compare medians of interleaved runs:
+//   bench_dispatch --benchmark_enable_random_interleaving=true --benchmark_repetitions=12
 #include <benchmark/benchmark.h>
 
 #include <pugixml.hpp>

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-inline std::string HostProgramPath() { return std::string(ZORBUS_BINARY_DIR) + "/zorbus-host"; }
+using Args = std::vector<std::string>;
 
 inline std::string Quoted(const std::string& text) {
     std::string out = "'";
@@ -31,6 +31,11 @@ inline size_t Count(const std::string& text, const std::string& needle) {
     return count;
 }
 
+// Each part occurs in `text`.
+#define EXPECT_HAS(text, ...)                                                         \
+    for (const std::string& part_ : std::vector<std::string>{__VA_ARGS__})            \
+    EXPECT_NE((text).find(part_), std::string::npos) << "no \"" << part_ << "\" in:\n" << (text)
+
 // A fresh folder, removed when the test program ends.
 inline std::string TemporaryFolder() {
     static struct Made : std::vector<std::string> {
@@ -44,26 +49,23 @@ inline std::string TemporaryFolder() {
     return made.back();
 }
 
-// A copy of tests/fixtures/NAME as "machine", stub mount, sync and lsusb
-// that do nothing in "stubs", and "run" as working folder.
+// A copy of tests/fixtures/NAME as "machine", do-nothing mount, sync and lsusb
+// in "stubs", and "run" as working folder.
 inline std::string CopyMachine(const std::string& fixture) {
     const std::string folder = TemporaryFolder(), stubs = Quoted(folder + "/stubs/");
-    const std::string command = "cp -r " + Quoted(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/" + fixture) + " " +
-                                Quoted(folder + "/machine") + " && mkdir " + stubs + " " + Quoted(folder + "/run") +
-                                " && for t in mount sync lsusb; do printf '#!/bin/sh\\nexit 0\\n' > " + stubs +
-                                "$t && chmod 755 " + stubs + "$t; done";
-    return std::system(command.c_str()) == 0 ? folder : "";
+    return std::system(("cp -r " + Quoted(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/" + fixture) + " " +
+                        Quoted(folder + "/machine") + " && mkdir " + stubs + " " + Quoted(folder + "/run") +
+                        " && for t in mount sync lsusb; do printf '#!/bin/sh\\nexit 0\\n' > " + stubs +
+                        "$t && chmod 755 " + stubs + "$t; done").c_str()) == 0 ? folder : "";
 }
 
-// The environment and command line of zorbus-host on `machine` (none: this
-// machine as it is), started by `prefix` (e.g. setpriv ...).
-inline std::string HostCommand(const std::vector<std::string>& args, const std::string& machine,
-                               const std::string& prefix = "") {
+// zorbus-host on `machine` (none: this machine as it is), started by `prefix`.
+inline std::string HostCommand(const Args& args, const std::string& machine, const std::string& prefix = "") {
     std::string command = machine.empty() ? prefix
                                           : "UMOCKDEV_DIR=" + Quoted(machine + "/machine") + " PATH=" +
                                                 Quoted(machine + "/stubs") + ":\"$PATH\" " + prefix +
                                                 "umockdev-wrapper ";
-    command += Quoted(HostProgramPath());
+    command += Quoted(std::string(ZORBUS_BINARY_DIR) + "/zorbus-host");
     for (const std::string& arg : args) command += " " + Quoted(arg);
     return command;
 }
@@ -73,21 +75,18 @@ struct HostRun {
     std::string out, err;
 };
 
-// Runs it with standard input from /dev/null, in `folder` (by default the
-// machine's "run" folder, or a fresh one).
-inline HostRun RunHost(const std::vector<std::string>& args, const std::string& machine = "",
-                       const std::string& prefix = "", std::string folder = "") {
+// Standard input from /dev/null; in `folder`, by default the machine's "run" folder or a fresh one.
+inline HostRun RunHost(const Args& args, const std::string& machine = "", const std::string& prefix = "",
+                       std::string folder = "") {
     const std::string output = TemporaryFolder();
     if (folder.empty()) folder = machine.empty() ? output : machine + "/run";
-    const std::string command = "cd " + Quoted(folder) + " && " +
-                                HostCommand(args, machine, "timeout -s KILL 60 " + prefix) + " </dev/null >" +
-                                Quoted(output + "/out") + " 2>" + Quoted(output + "/err");
-    const int status = std::system(command.c_str());
+    const int status = std::system(("cd " + Quoted(folder) + " && " +
+                                    HostCommand(args, machine, "timeout -s KILL 60 " + prefix) + " </dev/null >" +
+                                    Quoted(output + "/out") + " 2>" + Quoted(output + "/err")).c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(output + "/out"), ReadFile(output + "/err")};
 }
 
-// Why zorbus-host cannot run here (say, a 32-bit build on a kernel that
-// runs only 64-bit programs), or empty when it can.
+// Why zorbus-host cannot run here (say, a 32-bit build on a 64-bit-only kernel), or empty.
 inline std::string HostUnavailable() {
     static const std::string why = RunHost({"--help"}).status == 0 ? "" : "zorbus-host does not start here";
     return why;

@@ -1,6 +1,6 @@
-// --kernel-paths on a fixture machine of today's kernels: the devices text
-// and usbfs nodes come from fixture files and stand under /proc/bus/usb in
-// the program's own mount namespace only.
+// --kernel-paths on a fixture machine of today's kernels: the devices text and
+// usbfs nodes come from fixture files and stand under /proc/bus/usb in the
+// program's own mount namespace only.
 #include <sched.h>
 
 #include <filesystem>
@@ -27,17 +27,13 @@ protected:
         if (geteuid() != 0 || status != 0) GTEST_SKIP() << "no root, or unshare(CLONE_NEWNS) is refused here";
         // A copy, since the root hub probe opens the nodes for writing.
         ASSERT_EQ(std::system(("cp -r " + Quoted(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/kernel_paths/.") +
-                               " " + Quoted(machine))
-                                  .c_str()),
-                  0);
+                               " " + Quoted(machine)).c_str()), 0);
         procBus = ProcBus();
     }
     void TearDown() override {
-        if (!IsSkipped()) {
-            EXPECT_EQ(ProcBus(), procBus) << "the machine's /proc/bus changed";
-        }
+        if (!IsSkipped()) EXPECT_EQ(ProcBus(), procBus) << "the machine's /proc/bus changed";
     }
-    HostRun Run(std::vector<std::string> args) const {
+    HostRun Run(Args args) const {
         args.insert(args.begin(), {"--kernel-paths", "--devices-source", machine + "/debug/usb/devices",
                                    "--usbfs-source", machine + "/dev/bus/usb"});
         return RunHost(args);
@@ -52,37 +48,31 @@ TEST_F(KernelPaths, DevicesTextAndNodesStandWhereTheComponentReadsThem) {
     const HostRun run = Run({"id", "test", "usbDevice0", "rootHubTest", "test", "usbDevice2", "rootHubTest"});
     EXPECT_EQ(run.status, 0) << run.out << run.err;
     EXPECT_EQ(run.out.find("kernel paths: /proc/bus/usb/devices <- " + machine + "/debug/usb/devices\n"
-                           "kernel paths: /proc/bus/usb/BBB <- " + machine + "/dev/bus/usb/BBB (2 buses)\n"),
-              0u)
+                           "kernel paths: /proc/bus/usb/BBB <- " + machine + "/dev/bus/usb/BBB (2 buses)\n"), 0u)
         << run.out;
-    EXPECT_NE(run.out.find("Discovered: 4 devices\n"), std::string::npos);
-    EXPECT_NE(run.out.find("\nusbDevice2  USB Device 3  xHCI Host Controller\n"), std::string::npos);
-    EXPECT_NE(run.out.find("\nusbDevice3  USB Device 4  SanDisk  Ultra Fit\n"), std::string::npos);
-    EXPECT_NE(run.out.find("Result: rootHubTest on usbDevice0: passed"), std::string::npos);
-    EXPECT_NE(run.out.find("Result: rootHubTest on usbDevice2: passed"), std::string::npos);
+    EXPECT_HAS(run.out, "Discovered: 4 devices\n", "\nusbDevice2  USB Device 3  xHCI Host Controller\n",
+               "\nusbDevice3  USB Device 4  SanDisk  Ultra Fit\n", "Result: rootHubTest on usbDevice0: passed",
+               "Result: rootHubTest on usbDevice2: passed");
 
     // Without the first root hub's node the root hub test fails.
     ASSERT_EQ(std::system(("rm -r " + Quoted(machine + "/dev/bus/usb/001")).c_str()), 0);
     const HostRun failed = Run({"id", "test", "usbDevice0", "rootHubTest", "retries=0"});
     EXPECT_EQ(failed.status, 1) << failed.out << failed.err;
-    EXPECT_NE(failed.out.find("kernel paths: /proc/bus/usb/BBB <- " + machine + "/dev/bus/usb/BBB (1 bus)\n"),
-              std::string::npos);
-    EXPECT_NE(failed.out.find("  error: Device, Unable to detect root hub, Ran on CPU "), std::string::npos);
+    EXPECT_HAS(failed.out, "kernel paths: /proc/bus/usb/BBB <- " + machine + "/dev/bus/usb/BBB (1 bus)\n",
+               "  error: Device, Unable to detect root hub, Ran on CPU ");
 
     ASSERT_EQ(std::system(("rm -r " + Quoted(machine + "/dev/bus/usb")).c_str()), 0);
     const HostRun none = Run({"id"});
     EXPECT_EQ(none.status, 0);
-    EXPECT_NE(none.out.find("kernel paths: no usbfs nodes under " + machine +
-                            "/dev/bus/usb: the root hub and port tests will not find them\n"),
-              std::string::npos)
-        << none.out;
+    EXPECT_HAS(none.out, "kernel paths: no usbfs nodes under " + machine +
+                             "/dev/bus/usb: the root hub and port tests will not find them\n");
 }
 
 TEST_F(KernelPaths, MissingSourcesOrRightsAreToldClearly) {
     const HostRun noSource = RunHost({"--kernel-paths", "--devices-source", machine + "/no/devices", "id"});
     EXPECT_EQ(noSource.status, 5);
-    EXPECT_EQ(noSource.err, "zorbus-host: cannot read the devices text " + machine +
-                                "/no/devices: No such file or directory\n");
+    EXPECT_EQ(noSource.err,
+              "zorbus-host: cannot read the devices text " + machine + "/no/devices: No such file or directory\n");
     EXPECT_EQ(noSource.out, "");
 
     if (system("command -v setpriv >/dev/null") != 0) GTEST_SKIP() << "setpriv is not installed";
@@ -90,5 +80,5 @@ TEST_F(KernelPaths, MissingSourcesOrRightsAreToldClearly) {
         RunHost({"--kernel-paths", "id"}, "", "setpriv --reuid=65534 --regid=65534 --clear-groups ", "/");
     if (notRoot.status == 126 || notRoot.status == 127) GTEST_SKIP() << "nobody cannot start the program";
     EXPECT_EQ(notRoot.status, 5) << notRoot.err;
-    EXPECT_NE(notRoot.err.find("zorbus-host: --kernel-paths needs root"), std::string::npos) << notRoot.err;
+    EXPECT_HAS(notRoot.err, "zorbus-host: --kernel-paths needs root");
 }

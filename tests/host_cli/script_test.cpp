@@ -8,14 +8,13 @@ namespace {
 
 const std::string install = "Install High Speed USB Flash Drives into all USB ports";
 
-// The bundled example machine, for the tests that need one.
 class HostProgram : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!HostUnavailable().empty()) GTEST_SKIP() << HostUnavailable();
         ASSERT_FALSE((machine = CopyMachine("example")).empty());
     }
-    HostRun Run(const std::vector<std::string>& args) const { return RunHost(args, machine); }
+    HostRun Run(const Args& args) const { return RunHost(args, machine); }
     std::string machine;
 };
 
@@ -32,25 +31,24 @@ TEST_F(HostProgram, HelpDocumentsEveryOptionStatusAndCommandAndEachOptionIsAccep
     ASSERT_EQ(help.status, 0) << help.err;
     // Each option it names is taken: one it does not know is a usage error even beside --help.
     std::regex option(R"((?:^|\n)\s+(?:-h, )?(--[a-z-]+)([ =][A-Z])?)");
-    std::vector<std::string> documented;
+    Args documented;
     for (std::sregex_iterator it(help.out.begin(), help.out.end(), option), end; it != end; ++it) {
         documented.push_back((*it)[1]);
-        std::vector<std::string> args = {(*it)[1]};
+        Args args = {(*it)[1]};
         if ((*it)[2].matched) args.push_back("x");
         args.push_back("--help");
         EXPECT_EQ(RunHost(args).status, 0) << (*it)[0];
     }
-    EXPECT_EQ(documented, (std::vector<std::string>{"--library", "--component", "--state", "--language", "--debug",
-                                                    "--factory", "--diags-medium", "--xml", "--answer",
-                                                    "--kernel-paths", "--devices-source", "--usbfs-source", "--help"}));
-    for (const char* text : {"\n  0  ", "\n  1  ", "\n  2  ", "\n  3  ", "\n  4  ", "\n  5  ", "catalog", "id",
-                             "test DEVICE TEST [NAME=VALUE...]", "cancel DEVICE TEST", "diagnose DEVICE", "version"})
-        EXPECT_NE(help.out.find(text), std::string::npos) << text;
+    EXPECT_EQ(documented, (Args{"--library", "--component", "--state", "--language", "--debug", "--factory",
+                                "--diags-medium", "--xml", "--answer", "--kernel-paths", "--devices-source",
+                                "--usbfs-source", "--help"}));
+    EXPECT_HAS(help.out, "\n  0  ", "\n  1  ", "\n  2  ", "\n  3  ", "\n  4  ", "\n  5  ", "catalog", "id",
+               "test DEVICE TEST [NAME=VALUE...]", "cancel DEVICE TEST", "diagnose DEVICE", "version");
 }
 
 TEST_F(HostProgram, UsageErrorsExitTwoAndComponentsThatCannotBeLoadedThree) {
     const struct {
-        std::vector<std::string> args;
+        Args args;
         int status;
         const char* reason;
     } cases[] = {
@@ -70,7 +68,7 @@ TEST_F(HostProgram, UsageErrorsExitTwoAndComponentsThatCannotBeLoadedThree) {
     for (const auto& c : cases) {
         const HostRun run = RunHost(c.args);
         EXPECT_EQ(run.status, c.status) << c.reason;
-        EXPECT_NE(run.err.find(std::string("zorbus-host: ") + c.reason), std::string::npos) << run.err;
+        EXPECT_HAS(run.err, std::string("zorbus-host: ") + c.reason);
         EXPECT_EQ(run.err.find("--help") != std::string::npos, c.status == 2) << run.err;
         EXPECT_EQ(run.out, "") << c.reason;
     }
@@ -82,20 +80,16 @@ TEST_F(HostProgram, DiscoveryIsATableOfDevicesTestsAndParametersInEachMode) {
     const HostRun run = Run({"id"});
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out.find("log: Device Discovery Started\n"), 0u) << run.out;
-    EXPECT_NE(run.out.find("Discovered: 7 devices\n"
-                           "DEVICE      CAPTION       DESCRIPTION\n"
-                           "usbDevice0  USB Device 1  USB 2.00 Controller EHCI-HCD\n"
-                           "            USB Type: 2.00, USB Speed: 480 MBit/s, Hub Number: 1, "
-                           "Total Number of Ports: 4\n"
-                           "            test rootHubTest: Root Hub Detect Test - Discovers the presence of a working "
-                           "root hub [quick, complete, fieldtest]\n"
-                           "              retries=1  Retries (int 0..5) - Number of retries if test fails\n"),
-              std::string::npos);
-    EXPECT_NE(run.out.find("\nusbDevice1  USB Device 2  SanDisk  Cruzer\n"
-                           "            USB Type: 2.00, USB Speed: 480 MBit/s, Hub Number 1 portNum: 2\n"),
-              std::string::npos);
-    EXPECT_NE(run.out.find("\n              numUSBdrives=1  Expected number of USB drives to test (int 1..32) - "),
-              std::string::npos);
+    EXPECT_HAS(run.out,
+               "Discovered: 7 devices\nDEVICE      CAPTION       DESCRIPTION\n"
+               "usbDevice0  USB Device 1  USB 2.00 Controller EHCI-HCD\n"
+               "            USB Type: 2.00, USB Speed: 480 MBit/s, Hub Number: 1, Total Number of Ports: 4\n"
+               "            test rootHubTest: Root Hub Detect Test - Discovers the presence of a working "
+               "root hub [quick, complete, fieldtest]\n"
+               "              retries=1  Retries (int 0..5) - Number of retries if test fails\n",
+               "\nusbDevice1  USB Device 2  SanDisk  Cruzer\n"
+               "            USB Type: 2.00, USB Speed: 480 MBit/s, Hub Number 1 portNum: 2\n",
+               "\n              numUSBdrives=1  Expected number of USB drives to test (int 1..32) - ");
     // Every controller offers the test; the devices behind them do not.
     EXPECT_EQ(Count(run.out, "test rootHubTest:"), 3u);
     EXPECT_EQ(Count(run.out, "\nlog: Device Discovered: "), 7u);
@@ -105,13 +99,11 @@ TEST_F(HostProgram, DiscoveryIsATableOfDevicesTestsAndParametersInEachMode) {
     // Factory mode: each port of each controller is an entry of its own.
     const HostRun factory = Run({"--factory", "catalog", "id"});
     ASSERT_EQ(factory.status, 0) << factory.err;
-    EXPECT_NE(factory.out.find("Catalogue: 1 device\nDEVICE     CAPTION     DESCRIPTION\n"
-                               "usbDevice  USB Device  USB Device\n           test rootHubTest: Root Hub Detect Test"),
-              std::string::npos)
-        << factory.out;
-    EXPECT_NE(factory.out.find("Discovered: 16 devices\n"), std::string::npos);
+    EXPECT_HAS(factory.out,
+               "Catalogue: 1 device\nDEVICE     CAPTION     DESCRIPTION\n"
+               "usbDevice  USB Device  USB Device\n           test rootHubTest: Root Hub Detect Test",
+               "Discovered: 16 devices\n", "DeviceConnected: Yes, DeviceType: Cruzer");
     EXPECT_EQ(Count(factory.out, "  USB Port\n"), 12u);  // 4 + 2 + 2 + the hub's 4
-    EXPECT_NE(factory.out.find("DeviceConnected: Yes, DeviceType: Cruzer"), std::string::npos);
 }
 
 TEST_F(HostProgram, TestsShowLogProgressAndResultAndTheWorstOutcomeDecidesTheStatus) {
@@ -125,52 +117,46 @@ TEST_F(HostProgram, TestsShowLogProgressAndResultAndTheWorstOutcomeDecidesTheSta
               "Result: rootHubTest on usbDevice0: passed");
     EXPECT_EQ(pass.out.find('\r'), std::string::npos) << "no bar drawn in place off a terminal";
 
+    // Parameters reach the component: more than 5 retries is refused before any try.
     const HostRun mixed = Run({"id", "<frobnicate/>", "test", "usbDevice9", "rootHubTest", "test", "usbDevice0",
                                "rootHubTest", "retries=9", "version"});
     EXPECT_EQ(mixed.status, 3);
-    EXPECT_NE(mixed.out.find("log: Error: TvkError - Invalid Command;Invalid Command: frobnicate\n"
-                             "Error: Invalid Command: frobnicate\n"),
-              std::string::npos)
-        << mixed.out;
-    EXPECT_NE(mixed.out.find("Result: rootHubTest on usbDevice9: failed\n  error: Device not found: usbDevice9\n"),
-              std::string::npos);
-    // Parameters reach the component: more than 5 retries is refused before any try.
-    EXPECT_NE(mixed.out.find("  error: Device, Parameter outside acceptable range, Ran on CPU "), std::string::npos);
-    EXPECT_NE(mixed.out.find("Version: 8.6.0.3755A"), std::string::npos);
+    EXPECT_HAS(mixed.out,
+               "log: Error: TvkError - Invalid Command;Invalid Command: frobnicate\nError: Invalid Command: frobnicate\n",
+               "Result: rootHubTest on usbDevice9: failed\n  error: Device not found: usbDevice9\n",
+               "  error: Device, Parameter outside acceptable range, Ran on CPU ", "Version: 8.6.0.3755A");
     // A test that fails and one that passes: the failure wins.
     EXPECT_EQ(Run({"id", "test", "usbDevice9", "rootHubTest", "test", "usbDevice0", "rootHubTest"}).status, 1);
 
     const HostRun cancel = Run({"id", "cancel", "usbDevice0", "rootHubTest", "diagnose", "usbDevice0"});
     EXPECT_EQ(cancel.status, 0) << cancel.out;
-    EXPECT_NE(cancel.out.find("Cancel rootHubTest on usbDevice0: Success (loop 0, record 0)\n"), std::string::npos);
-    EXPECT_NE(cancel.out.find("Diagnosis of usbDevice0: passed in 00:00:"), std::string::npos) << cancel.out;
+    EXPECT_HAS(cancel.out, "Cancel rootHubTest on usbDevice0: Success (loop 0, record 0)\n",
+               "Diagnosis of usbDevice0: passed in 00:00:");
     const HostRun unknownTest = Run({"id", "cancel", "usbDevice0", "speedTest"});
     EXPECT_EQ(unknownTest.status, 3);
-    EXPECT_NE(unknownTest.out.find("Error: Test not found: speedTest\n"), std::string::npos);
+    EXPECT_HAS(unknownTest.out, "Error: Test not found: speedTest\n");
     const HostRun unknownDevice = Run({"id", "diagnose", "usbDevice9"});
     EXPECT_EQ(unknownDevice.status, 1);
-    EXPECT_NE(unknownDevice.out.find("Diagnosis of usbDevice9: failed\n  error: Device not found: usbDevice9\n"),
-              std::string::npos);
+    EXPECT_HAS(unknownDevice.out, "Diagnosis of usbDevice9: failed\n  error: Device not found: usbDevice9\n");
 }
 
 TEST_F(HostProgram, FailedTestExitsOneAndMarksOnlyFactoryRunsFromTheMedium) {
     if (access("/proc/bus/usb/001/001", F_OK) == 0) GTEST_SKIP() << "this machine has a real root hub node";
     ASSERT_EQ(unlink((machine + "/machine/proc/bus/usb/001/001").c_str()), 0);
-    const std::vector<std::string> failing = {"id", "test", "usbDevice0", "rootHubTest", "retries=0"};
+    Args failing = {"id", "test", "usbDevice0", "rootHubTest", "retries=0"};
     const HostRun run = Run(failing);
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.out.find("progress: 100% rootHubTest on usbDevice0: failed\n"), std::string::npos);
-    EXPECT_NE(run.out.find("Result: rootHubTest on usbDevice0: failed in 00:00:"), std::string::npos);
-    EXPECT_NE(run.out.find("\n  error: Device, Unable to detect root hub, Ran on CPU "), std::string::npos) << run.out;
+    EXPECT_HAS(run.out, "progress: 100% rootHubTest on usbDevice0: failed\n",
+               "Result: rootHubTest on usbDevice0: failed in 00:00:",
+               "\n  error: Device, Unable to detect root hub, Ran on CPU ");
     // Only a factory run from the medium leaves the failure mark.
     const std::string mark = machine + "/run/libzorbus.so.failure.version";
     EXPECT_NE(access(mark.c_str(), F_OK), 0);
-    std::vector<std::string> factory = failing;
-    factory.insert(factory.begin(), "--factory");
-    EXPECT_EQ(Run(factory).status, 1);
-    EXPECT_NE(access(mark.c_str(), F_OK), 0);
-    factory.insert(factory.begin(), "--diags-medium");
-    EXPECT_EQ(Run(factory).status, 1);
+    for (const char* option : {"--factory", "--diags-medium"}) {
+        failing.insert(failing.begin(), option);
+        EXPECT_EQ(Run(failing).status, 1);
+        EXPECT_EQ(access(mark.c_str(), F_OK) == 0, failing.size() == 7u) << option;
+    }
     EXPECT_EQ(ReadFile(mark), "<diagVersion>8.6.0.3755A</diagVersion>\n");
 }
 
@@ -180,34 +166,29 @@ TEST_F(HostProgram, StateGermanAndRawXml) {
     ASSERT_EQ(Run({"--state", state, "id"}).status, 0);
     const HostRun next = Run({"--state", state, "test", "usbDevice2", "rootHubTest"});
     EXPECT_EQ(next.status, 0) << next.out;
-    EXPECT_NE(next.out.find("Result: rootHubTest on usbDevice2: passed"), std::string::npos);
+    EXPECT_HAS(next.out, "Result: rootHubTest on usbDevice2: passed");
     EXPECT_EQ(Run({"test", "usbDevice2", "rootHubTest"}).status, 1);
 
     const HostRun german = Run({"--language", "de", "catalog", "id", "test", "usbDevice0", "rootHubTest"});
     ASSERT_EQ(german.status, 0) << german.err;
-    EXPECT_NE(german.out.find("test rootHubTest: Root-Hub-Erkennungstest - "), std::string::npos) << german.out;
-    EXPECT_NE(german.out.find("retries=1  Wiederholungen (int 0..5)"), std::string::npos);
-    EXPECT_NE(german.out.find("log: Geräteerkennung gestartet\n"), std::string::npos);
+    EXPECT_HAS(german.out, "test rootHubTest: Root-Hub-Erkennungstest - ", "retries=1  Wiederholungen (int 0..5)",
+               "log: Geräteerkennung gestartet\n");
     EXPECT_EQ(german.out.find("Root Hub Detect Test"), std::string::npos);
 
     const HostRun raw = Run({"--xml", "id", "test", "usbDevice0", "rootHubTest"});
     ASSERT_EQ(raw.status, 0) << raw.err;
     EXPECT_EQ(raw.out.find("event: <diagEvent component=\"libzorbus.so\" caption=\"Device Discovery Started\" "
-                           "description=\"\"/>\n"),
-              0u)
-        << raw.out;
-    EXPECT_NE(raw.out.find("\nanswer: <idResult><device name=\"usbDevice0\""), std::string::npos);
-    EXPECT_NE(raw.out.find("\nevent: <diagUpdate device=\"usbDevice0\" test=\"rootHubTest\" percentComplete=\"100\" "
-                           "currentState=\"passed\""),
-              std::string::npos);
-    EXPECT_NE(raw.out.find("\nanswer: <testResult device=\"usbDevice0\" test=\"rootHubTest\""), std::string::npos);
+                           "description=\"\"/>\n"), 0u) << raw.out;
+    EXPECT_HAS(raw.out, "\nanswer: <idResult><device name=\"usbDevice0\"",
+               "\nevent: <diagUpdate device=\"usbDevice0\" test=\"rootHubTest\" percentComplete=\"100\" "
+               "currentState=\"passed\"",
+               "\nanswer: <testResult device=\"usbDevice0\" test=\"rootHubTest\"");
     EXPECT_EQ(raw.out.find("DEVICE "), std::string::npos);
     EXPECT_EQ(raw.out.find("progress:"), std::string::npos);
     EXPECT_EQ(Run({"--xml", "id", "test", "usbDevice0", "rootHubTest", "retries=9"}).status, 1);
 }
 
-// The USB port test asks the operator to plug in flash drives before it
-// looks; on the UHCI controller of the example machine it then fails.
+// The USB port test asks for flash drives before it looks; on the example's UHCI controller it then fails.
 TEST_F(HostProgram, PromptsAreAnsweredFromAnswerOptionsInOrderOrTheRunStops) {
     const HostRun run = Run({"id", "test", "usbDevice2", "UsbPortTest", "--answer=ok", "--answer", "1"});
     EXPECT_EQ(run.status, 1) << run.err;
@@ -225,29 +206,23 @@ TEST_F(HostProgram, PromptsAreAnsweredFromAnswerOptionsInOrderOrTheRunStops) {
     EXPECT_EQ(run.err, "");
     // What goes back is the button's position.
     const HostRun raw = Run({"--xml", "id", "test", "usbDevice2", "UsbPortTest", "retries=0", "--answer=OK"});
-    EXPECT_NE(raw.out.find("\nevent: <diagPrompt test=\"UsbPortTest\" device=\"usbDevice2\" type=\"button\""),
-              std::string::npos)
-        << raw.out;
-    EXPECT_NE(raw.out.find("\nreply: <diagPromptResponse value=\"0\"/>\n"), std::string::npos);
+    EXPECT_HAS(raw.out, "\nevent: <diagPrompt test=\"UsbPortTest\" device=\"usbDevice2\" type=\"button\"",
+               "\nreply: <diagPromptResponse value=\"0\"/>\n");
 
     // Standard input is no terminal: no answer left stops the run instead of hanging.
     const HostRun none = Run({"id", "test", "usbDevice2", "UsbPortTest"});
     EXPECT_EQ(none.status, 4);
-    EXPECT_NE(none.err.find("zorbus-host: the component asks \"" + install +
-                            "\", but no --answer is left and standard input is no terminal"),
-              std::string::npos)
-        << none.err;
+    EXPECT_HAS(none.err, "zorbus-host: the component asks \"" + install +
+                             "\", but no --answer is left and standard input is no terminal");
     EXPECT_EQ(none.out.find("Result: "), std::string::npos);
     const HostRun tooFew = Run({"id", "test", "usbDevice2", "UsbPortTest", "--answer=OK"});
     EXPECT_EQ(tooFew.status, 4);
     EXPECT_EQ(Count(tooFew.out, "\nprompt (UsbPortTest on usbDevice2)"), 2u);
     const HostRun wrong = Run({"id", "test", "usbDevice2", "UsbPortTest", "--answer=Cancel"});
     EXPECT_EQ(wrong.status, 4);
-    EXPECT_NE(wrong.err.find("--answer=Cancel does not answer the prompt: 'Cancel' is neither a button's number "
-                             "nor its caption"),
-              std::string::npos)
-        << wrong.err;
+    EXPECT_HAS(wrong.err,
+               "--answer=Cancel does not answer the prompt: 'Cancel' is neither a button's number nor its caption");
     const HostRun leftOver = Run({"id", "test", "usbDevice0", "rootHubTest", "--answer=OK"});
     EXPECT_EQ(leftOver.status, 0);
-    EXPECT_NE(leftOver.err.find("1 --answer value(s) left unused"), std::string::npos);
+    EXPECT_HAS(leftOver.err, "1 --answer value(s) left unused");
 }

@@ -1,7 +1,6 @@
 #include "Host.h"
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -13,24 +12,17 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <stdexcept>
 
 namespace fs = std::filesystem;
-
-const char* const failureMark = "work/libzorbus.so.failure.version";
-const char* const version = "<diagVersion>8.6.0.3755A</diagVersion>";
 
 namespace {
 
 // The file a testbed carries so that the session can tell the preload works.
 const char* const testbedMark = "/proc/zorbus-testbed";
-const int hostProcessor = 3;
-
-// XML as the component writes it: double quotes, no declaration.
 
 std::string Decode(std::string text) {
-    static const std::pair<const char*, char> entities[] = {{"&lt;", '<'},  {"&gt;", '>'},   {"&quot;", '"'},
+    static const std::pair<const char*, char> entities[] = {{"&lt;", '<'},   {"&gt;", '>'},   {"&quot;", '"'},
                                                             {"&apos;", '\''}, {"&#10;", '\n'}, {"&#13;", '\r'},
                                                             {"&#9;", '\t'},  {"&amp;", '&'}};  // "&amp;" last
     for (const auto& e : entities)
@@ -39,6 +31,7 @@ std::string Decode(std::string text) {
     return text;
 }
 
+// XML as the component writes it: double quotes, no declaration.
 struct Reader {
     const std::string& s;
     size_t pos = 0;
@@ -95,7 +88,7 @@ struct Reader {
 int factoryMode = 0, diagsMedium = 0;
 std::FILE* transcript = nullptr;
 
-void Record(const char* kind, const std::string& text) {
+void Record(const char* kind, const std::string& text) {  // state files hold zero bytes
     std::fprintf(transcript, "%s %zu\n", kind, text.size());
     std::fwrite(text.data(), 1, text.size(), transcript);
     std::fputc('\n', transcript);
@@ -122,20 +115,19 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath) {
         return 3;
     }
     auto entry = [library](const char* name) {
-        void* f = dlsym(library, name);
-        if (!f) throw std::runtime_error(std::string("missing entry point ") + name);
-        return f;
+        if (void* f = dlsym(library, name)) return f;
+        throw std::runtime_error(std::string("missing entry point ") + name);
     };
-    using TextCall = void (*)(const char*);
-    using Release = void (*)();
-    const auto Initialize = reinterpret_cast<TextCall>(entry("Initialize"));
-    const auto Uninitialize = reinterpret_cast<TextCall>(entry("Uninitialize"));
-    const auto Translator = reinterpret_cast<TextCall>(entry("InitializeTCTranslator"));
-    const auto IsInitialized = reinterpret_cast<int (*)()>(entry("IsInitialized"));
-    const auto SetCallback = reinterpret_cast<char* (*)(char* (*)(const char*))>(entry("SetCallback"));
-    const auto Execute = reinterpret_cast<char* (*)(const char*)>(entry("ExecuteXMLCommand"));
-    const auto ReleaseCallback = reinterpret_cast<Release>(entry("FreeLastSetCallbackResult"));
-    const auto ReleaseAnswer = reinterpret_cast<Release>(entry("FreeLastExecuteXMLCommandResult"));
+#define ENTRY(name, type) const auto name = reinterpret_cast<type>(entry(#name))
+    ENTRY(Initialize, void (*)(const char*));
+    ENTRY(Uninitialize, void (*)(const char*));
+    ENTRY(InitializeTCTranslator, void (*)(const char*));
+    ENTRY(IsInitialized, int (*)());
+    ENTRY(SetCallback, char* (*)(char* (*)(const char*)));
+    ENTRY(ExecuteXMLCommand, char* (*)(const char*));
+    ENTRY(FreeLastSetCallbackResult, void (*)());
+    ENTRY(FreeLastExecuteXMLCommandResult, void (*)());
+#undef ENTRY
     const auto Answer = [](const char* text) { Record("answer", text ? text : "<null>"); };
 
     std::vector<char*> held;
@@ -146,16 +138,16 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath) {
         Record("step", line);
         if (verb == "factory") factoryMode = std::atoi(text.c_str());
         else if (verb == "medium") diagsMedium = std::atoi(text.c_str());
-        else if (verb == "translator") Translator(argument);
+        else if (verb == "translator") InitializeTCTranslator(argument);
         else if (verb == "init") Initialize(argument);
         else if (verb == "uninit") Uninitialize(argument);
         else if (verb == "initialized") Answer(std::to_string(IsInitialized()).c_str());
-        else if (verb == "callback") Answer(SetCallback(&Callback)), ReleaseCallback();
-        else if (verb == "run") Answer(Execute(argument)), ReleaseAnswer();
-        else if (verb == "hold") held.push_back(Execute(argument)), Answer(held.back());
+        else if (verb == "callback") Answer(SetCallback(&Callback)), FreeLastSetCallbackResult();
+        else if (verb == "run") Answer(ExecuteXMLCommand(argument)), FreeLastExecuteXMLCommandResult();
+        else if (verb == "hold") held.push_back(ExecuteXMLCommand(argument)), Answer(held.back());
         else if (verb == "release") {
-            ReleaseAnswer();
-            ReleaseCallback();
+            FreeLastExecuteXMLCommandResult();
+            FreeLastSetCallbackResult();
             if (!held.empty()) held.pop_back();
             Answer(held.empty() ? "<none>" : held.back());
         } else if (verb == "file") {
@@ -213,23 +205,11 @@ std::string ReadText(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-std::string Element::Attr(const std::string& key) const {
-    for (const auto& a : attributes)
-        if (a.first == key) return a.second;
-    return "<absent>";
-}
-
 Element Element::Parse(const std::string& xml) {
     Reader reader{xml};
     Element root = reader.Read();
     if (reader.pos != xml.size()) reader.Fail("text after the root element");
     return root;
-}
-
-const Step& Session::Nth(const std::string& prefix, size_t n) const {
-    for (const Step& step : steps)
-        if (step.line.compare(0, prefix.size(), prefix) == 0 && n-- == 0) return step;
-    throw std::runtime_error("no step \"" + prefix + "\" in the transcript; host said: " + errors);
 }
 
 FakeMachine::FakeMachine(const std::string& fixture) : folder(MakeFolder()) {
@@ -279,8 +259,6 @@ void FakeMachine::Write(const std::string& path, const std::string& text) const 
     std::ofstream out(folder + "/" + path, std::ios::binary);
     if (!(out << text)) throw std::runtime_error("cannot write " + path);
 }
-
-std::string FakeMachine::Read(const std::string& path) const { return ReadText(folder + "/" + path); }
 
 bool FakeMachine::Has(const std::string& path) const { return fs::exists(folder + "/" + path); }
 
@@ -338,110 +316,4 @@ Session FakeMachine::Run(const Strings& script) {
     session.steps = ReadTranscript(folder + "/transcript.txt");
     EXPECT_EQ(session.status, 0) << session.errors;
     return session;
-}
-
-Strings Opening(bool factory, const Strings& then) {
-    Strings script{std::string("factory ") + (factory ? "1" : "0"), "translator C",
-                   "init <init component=\"libzorbus.so\"/>", "callback"};
-    script.insert(script.end(), then.begin(), then.end());
-    return script;
-}
-
-std::string RunTest(const std::string& device, const std::string& test, const std::string& attributes) {
-    return "run <runTest device=\"" + device + "\" test=\"" + test + "\" component=\"libzorbus.so\"" +
-           (attributes.empty() ? "" : " " + attributes) + "/>";
-}
-
-void ExpectDevices(const std::string& answer, const std::string& category, const std::vector<Dev>& expected) {
-    static const Element rootHubTest = Element::Parse(
-        "<test name=\"rootHubTest\" caption=\"Root Hub Detect Test\" description=\"Discovers the presence of a working "
-        "root hub\" interactive=\"0\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"1\" complete=\"1\" "
-        "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" fieldtest=\"1\">"
-        "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test fails\" type=\"int\" "
-        "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>");
-    const Element root = Element::Parse(answer);
-    const bool catalog = root.name == "catResult";
-    EXPECT_TRUE(root.attributes.empty());
-    ASSERT_EQ(root.children.size(), expected.size()) << answer;
-    for (size_t i = 0; i < expected.size(); ++i) {
-        const Element& device = root.children[i];
-        const Dev& want = expected[i];
-        SCOPED_TRACE("device " + std::to_string(i) + " (" + want.caption + ")");
-        EXPECT_EQ(device.name, "device");
-        EXPECT_EQ(device.attributes, (Attributes{{"name", catalog ? "usbDevice" : "usbDevice" + std::to_string(i)},
-                                                 {"class", "usbDevice"}, {"caption", want.caption},
-                                                 {"description", want.description}, {"category", category},
-                                                 {"diagnosable", "0"}}));
-        ASSERT_EQ(device.children.size(), want.properties.size() + want.tests.size());
-        for (size_t p = 0; p < want.properties.size(); ++p) {
-            const Prop& prop = want.properties[p];
-            EXPECT_EQ(device.children[p].name, "property");
-            EXPECT_EQ(device.children[p].attributes,
-                      (Attributes{{"name", prop.name}, {"caption", prop.caption}, {"value", prop.value}}));
-        }
-        for (size_t t = 0; t < want.tests.size(); ++t) {
-            const Element& test = device.children[want.properties.size() + t];
-            EXPECT_EQ(test.name, "test");
-            EXPECT_EQ(test.Attr("name"), want.tests[t]);
-            if (want.tests[t] != "rootHubTest") continue;
-            EXPECT_EQ(test.attributes, rootHubTest.attributes);
-            ASSERT_EQ(test.children.size(), 1u);  // the built-in retries; the test has none of its own
-            EXPECT_EQ(test.children[0].name, "parameter");
-            EXPECT_EQ(test.children[0].attributes, rootHubTest.children[0].attributes);
-            EXPECT_TRUE(test.children[0].children.empty());
-        }
-    }
-}
-
-std::string LogEvent(const std::string& caption, const std::string& description) {
-    return "<diagEvent component=\"libzorbus.so\" caption=\"" + caption + "\" description=\"" + description + "\"/>";
-}
-
-std::string ErrorAnswer(const std::string& key) {
-    return "<error errorCode=\"TvkError\" key=\"" + key + "\" detail=\"\">" + key + "</error>";
-}
-
-Strings DiscoveryEvents(size_t devices) {
-    // A USB device's own caption and description stay "Device"; the host
-    // reads what it shows from the device's element.
-    Strings events{LogEvent("Device Discovery Started", "")};
-    events.insert(events.end(), devices, LogEvent("Device Discovered", "Device"));
-    return events;
-}
-
-Strings ErrorEvents(const std::string& key) {
-    return {LogEvent("Device Discovery Started", ""), LogEvent("Error", "TvkError - " + key + ";" + key)};
-}
-
-void ExpectRootHubResult(const Step& step, const std::string& device, bool passed) {
-    const std::string state = passed ? "passed" : "failed";
-    auto update = [&](int percent, const std::string& now) {
-        return "<diagUpdate device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"" +
-               std::to_string(percent) + "\" currentState=\"" + now +
-               "\" loop=\"0\" recordNum=\"0\" OperationCaption=\"\"/>";
-    };
-    EXPECT_EQ(step.events, (Strings{LogEvent("Test Started", "Device - Root Hub Detect Test"), update(0, "running"),
-                                    update(100, state), LogEvent("Test " + state, "Device - Root Hub Detect Test;")}));
-    static const std::regex time("testTime=\"[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}\"");
-    // The device's own description, the error, and the processor the host named.
-    EXPECT_EQ(std::regex_replace(step.answer, time, "testTime=\"T\""),
-              "<testResult device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"100\" currentState=\"" +
-                  state + "\" loop=\"0\" recordNum=\"0\" OperationCaption=\"\" testTime=\"T\"><output/>" +
-                  (passed ? "" : "<error errorCode=\"TvkError\" key=\"Unable to detect root hub\" detail=\"\" "
-                                 "reference=\"usbDevice, rootHubTest\">Device, Unable to detect root hub, Ran on CPU " +
-                                     std::to_string(hostProcessor) + "</error>") +
-                  "</testResult>");
-}
-
-Strings Outcome(const Step& step, std::vector<int>* progress) {
-    const Element result = Element::Parse(step.answer);
-    Strings outcome{result.Attr("currentState"), "", ""};
-    for (const Element& child : result.children)
-        if (child.name == "error") outcome[1] = child.Attr("key"), outcome[2] = child.Attr("detail");
-    for (const std::string& event : step.events) {
-        const Element e = Element::Parse(event);
-        if (e.name == "diagPrompt") outcome.push_back(e.text);
-        if (e.name == "diagUpdate" && progress) progress->push_back(std::stoi(e.Attr("percentComplete")));
-    }
-    return outcome;
 }

@@ -4,6 +4,9 @@
 // every answer and callback event to a transcript.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,13 +14,21 @@
 using Strings = std::vector<std::string>;
 using Attributes = std::vector<std::pair<std::string, std::string>>;
 
+const char* const failureMark = "work/libzorbus.so.failure.version";
+const char* const version = "<diagVersion>8.6.0.3755A</diagVersion>";
+const int hostProcessor = 3;  // what this host's nvxGetCurrentCPU answers
+
 // An answer read element by element.
 struct Element {
     std::string name, text;
     Attributes attributes;  // in their order
     std::vector<Element> children;
-    std::string Attr(const std::string& key) const;  // "<absent>" when missing
-    static Element Parse(const std::string& xml);    // throws on what it cannot read
+    std::string Attr(const std::string& key) const {
+        for (const auto& a : attributes)
+            if (a.first == key) return a.second;
+        return "<absent>";
+    }
+    static Element Parse(const std::string& xml);  // throws on what it cannot read
 };
 
 // One script line and what came back while it ran.
@@ -30,22 +41,28 @@ struct Session {
     int status = -1;     // of the host process; 128 + n for signal n
     std::string errors;  // its standard output and error
     std::vector<Step> steps;
-    const Step& Nth(const std::string& prefix, size_t n = 0) const;  // throws when missing
+    const Step& Nth(const std::string& prefix, size_t n = 0) const {
+        for (const Step& step : steps)
+            if (step.line.compare(0, prefix.size(), prefix) == 0 && n-- == 0) return step;
+        throw std::runtime_error("no step \"" + prefix + "\" in the transcript; host said: " + errors);
+    }
 };
+
+std::string ReadText(const std::string& path);
 
 class FakeMachine {
 public:
     explicit FakeMachine(const std::string& fixture);  // empty: a bare testbed
     ~FakeMachine();
     FakeMachine(const FakeMachine&) = delete;
-    // Paths are relative to the machine's folder: "testbed/...", "work/..."
-    // (the host's working directory), "data/TOOL" (what stub TOOL prints),
-    // "data/TOOL.status" (its exit status when not empty), "calls.log".
+    // Paths are relative to the machine's folder: "testbed/...", "work/..." (the host's
+    // working directory), "data/TOOL" (what stub TOOL prints), "data/TOOL.status" (its
+    // exit status when not empty), "calls.log".
     void Write(const std::string& path, const std::string& text) const;
-    std::string Read(const std::string& path) const;
+    std::string Read(const std::string& path) const { return ReadText(folder + "/" + path); }
     bool Has(const std::string& path) const;
-    // False when a testbed file taken out is on the real machine: umockdev
-    // then shows the real one, and a test of its absence cannot run here.
+    // False when a testbed file taken out is on the real machine: umockdev then shows
+    // the real one, and a test of its absence cannot run here.
     bool Remove(const std::string& path) const;
     Strings Calls() const;  // "tool [arg] [arg]" a line
     // Plays the script (see Host.cpp) in a fresh host; expects it to run to its end.
@@ -57,8 +74,36 @@ private:
 };
 
 // Mode, translator, Initialize and SetCallback, then `then`.
-Strings Opening(bool factory, const Strings& then = {});
-std::string RunTest(const std::string& device, const std::string& test, const std::string& attributes = "");
+inline Strings Opening(bool factory, const Strings& then = {}) {
+    Strings script{std::string("factory ") + (factory ? "1" : "0"), "translator C",
+                   "init <init component=\"libzorbus.so\"/>", "callback"};
+    script.insert(script.end(), then.begin(), then.end());
+    return script;
+}
+
+inline std::string RunTest(const std::string& device, const std::string& test, const std::string& attributes = "") {
+    return "run <runTest device=\"" + device + "\" test=\"" + test + "\" component=\"libzorbus.so\"" +
+           (attributes.empty() ? "" : " " + attributes) + "/>";
+}
+
+inline std::string LogEvent(const std::string& caption, const std::string& description) {
+    return "<diagEvent component=\"libzorbus.so\" caption=\"" + caption + "\" description=\"" + description + "\"/>";
+}
+
+inline std::string ErrorAnswer(const std::string& key) {
+    return "<error errorCode=\"TvkError\" key=\"" + key + "\" detail=\"\">" + key + "</error>";
+}
+
+// A USB device's own caption and description stay "Device"; the host reads what it shows from the element.
+inline Strings DiscoveryEvents(size_t devices) {
+    Strings events{LogEvent("Device Discovery Started", "")};
+    events.insert(events.end(), devices, LogEvent("Device Discovered", "Device"));
+    return events;
+}
+
+inline Strings ErrorEvents(const std::string& key) {
+    return {LogEvent("Device Discovery Started", ""), LogEvent("Error", "TvkError - " + key + ";" + key)};
+}
 
 struct Prop {
     std::string name, caption, value;
@@ -68,19 +113,80 @@ struct Dev {
     std::vector<Prop> properties;
     Strings tests;
 };
+
 // An idResult (devices usbDevice0...) or catResult (the template usbDevice),
 // attributes, properties and tests in order; a rootHubTest in full.
-void ExpectDevices(const std::string& answer, const std::string& category, const std::vector<Dev>& expected);
+inline void ExpectDevices(const std::string& answer, const std::string& category, const std::vector<Dev>& expected) {
+    static const Element rootHubTest = Element::Parse(
+        "<test name=\"rootHubTest\" caption=\"Root Hub Detect Test\" description=\"Discovers the presence of a working "
+        "root hub\" interactive=\"0\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"1\" complete=\"1\" "
+        "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" fieldtest=\"1\">"
+        "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test fails\" type=\"int\" "
+        "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>");
+    const Element root = Element::Parse(answer);
+    EXPECT_TRUE(root.attributes.empty());
+    ASSERT_EQ(root.children.size(), expected.size()) << answer;
+    for (size_t i = 0; i < expected.size(); ++i) {
+        const Element& device = root.children[i];
+        const Dev& want = expected[i];
+        SCOPED_TRACE("device " + std::to_string(i) + " (" + want.caption + ")");
+        EXPECT_EQ(device.name, "device");
+        EXPECT_EQ(device.attributes,
+                  (Attributes{{"name", root.name == "catResult" ? "usbDevice" : "usbDevice" + std::to_string(i)},
+                              {"class", "usbDevice"}, {"caption", want.caption}, {"description", want.description},
+                              {"category", category}, {"diagnosable", "0"}}));
+        ASSERT_EQ(device.children.size(), want.properties.size() + want.tests.size());
+        for (size_t p = 0; p < want.properties.size(); ++p) {
+            const Prop& prop = want.properties[p];
+            EXPECT_EQ(device.children[p].name, "property");
+            EXPECT_EQ(device.children[p].attributes,
+                      (Attributes{{"name", prop.name}, {"caption", prop.caption}, {"value", prop.value}}));
+        }
+        for (size_t t = 0; t < want.tests.size(); ++t) {
+            const Element& test = device.children[want.properties.size() + t];
+            EXPECT_EQ(test.name, "test");
+            EXPECT_EQ(test.Attr("name"), want.tests[t]);
+            if (want.tests[t] != "rootHubTest") continue;
+            EXPECT_EQ(test.attributes, rootHubTest.attributes);
+            ASSERT_EQ(test.children.size(), 1u);  // the built-in retries; the test has none of its own
+            EXPECT_EQ(test.children[0].name, "parameter");
+            EXPECT_EQ(test.children[0].attributes, rootHubTest.children[0].attributes);
+            EXPECT_TRUE(test.children[0].children.empty());
+        }
+    }
+}
 
-std::string LogEvent(const std::string& caption, const std::string& description);
-std::string ErrorAnswer(const std::string& key);
-Strings DiscoveryEvents(size_t devices);
-Strings ErrorEvents(const std::string& key);
 // A rootHubTest result and its events: passed, or failed with "Unable to detect root hub".
-void ExpectRootHubResult(const Step& step, const std::string& device, bool passed);
-// A test result: state, error key, error detail, then the text of each
-// prompt; the percent of each progress update into `progress`.
-Strings Outcome(const Step& step, std::vector<int>* progress = nullptr);
-std::string ReadText(const std::string& path);
-extern const char* const failureMark;
-extern const char* const version;
+inline void ExpectRootHubResult(const Step& step, const std::string& device, bool passed) {
+    const std::string state = passed ? "passed" : "failed";
+    auto update = [&](int percent, const std::string& now) {
+        return "<diagUpdate device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"" +
+               std::to_string(percent) + "\" currentState=\"" + now + "\" loop=\"0\" recordNum=\"0\" "
+               "OperationCaption=\"\"/>";
+    };
+    EXPECT_EQ(step.events, (Strings{LogEvent("Test Started", "Device - Root Hub Detect Test"), update(0, "running"),
+                                    update(100, state), LogEvent("Test " + state, "Device - Root Hub Detect Test;")}));
+    static const std::regex time("testTime=\"[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}\"");
+    // The device's own description, the error, and the processor the host named.
+    EXPECT_EQ(std::regex_replace(step.answer, time, "testTime=\"T\""),
+              "<testResult device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"100\" currentState=\"" +
+                  state + "\" loop=\"0\" recordNum=\"0\" OperationCaption=\"\" testTime=\"T\"><output/>" +
+                  (passed ? "" : "<error errorCode=\"TvkError\" key=\"Unable to detect root hub\" detail=\"\" "
+                                 "reference=\"usbDevice, rootHubTest\">Device, Unable to detect root hub, Ran on CPU " +
+                                     std::to_string(hostProcessor) + "</error>") + "</testResult>");
+}
+
+// A test result: state, error key, error detail, then the text of each prompt;
+// the percent of each progress update into `progress`.
+inline Strings Outcome(const Step& step, std::vector<int>* progress = nullptr) {
+    const Element result = Element::Parse(step.answer);
+    Strings outcome{result.Attr("currentState"), "", ""};
+    for (const Element& child : result.children)
+        if (child.name == "error") outcome[1] = child.Attr("key"), outcome[2] = child.Attr("detail");
+    for (const std::string& event : step.events) {
+        const Element e = Element::Parse(event);
+        if (e.name == "diagPrompt") outcome.push_back(e.text);
+        if (e.name == "diagUpdate" && progress) progress->push_back(std::stoi(e.Attr("percentComplete")));
+    }
+    return outcome;
+}

@@ -4,7 +4,6 @@
 
 #include <sys/stat.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -13,8 +12,6 @@
 #include "common/Translate.h"
 
 namespace {
-
-const std::string kBuildCatalogs = ZORBUS_BINARY_DIR "/locale";
 
 // A GNU .mo image: header, the two string tables, then the strings.
 std::string MakeMo(const std::map<std::string, std::string>& entries, bool bigEndian = false) {
@@ -62,14 +59,12 @@ TEST_F(Translator, BuildCatalogueGivesGermanForEveryFrameworkText) {
         TranslatorInitialize(none);
         EXPECT_EQ("Success", Translate("Success")) << (none ? none : "null");
     }
-    TranslatorInitialize(("de:" + kBuildCatalogs).c_str());
+    TranslatorInitialize("de:" ZORBUS_BINARY_DIR "/locale");
     TranslatorAddCatalog("rkl");  // not there: skipped
     TranslatorAddCatalog("zorbus");
-    EXPECT_EQ("Erfolg", Translate("Success"));
-    EXPECT_EQ("Gerätediagnose für %s", Translate("Device Diagnosis for %s"));
-    EXPECT_EQ("Ausgeführt auf CPU ", Translate("Ran on CPU "));
-    EXPECT_EQ("Some text nobody translated", Translate("Some text nobody translated"));
-    EXPECT_EQ("", Translate(""));  // not the catalogue's header
+    EXPECT_EQ("Erfolg|Gerätediagnose für %s|Ausgeführt auf CPU |Some text nobody translated|",
+              Translate("Success") + "|" + Translate("Device Diagnosis for %s") + "|" + Translate("Ran on CPU ") + "|" +
+                  Translate("Some text nobody translated") + "|" + Translate(""));  // "": not the catalogue's header
     for (const char* text :
          {"Building Catalog", "Device Discovery Started", "Device Discovered", "Test Started", "passed", "failed",
           "canceled", "blocked", "running", "waitingForPrompt", "Diagnosis Started", "Diagnosis Finished", "Retries",
@@ -77,7 +72,6 @@ TEST_F(Translator, BuildCatalogueGivesGermanForEveryFrameworkText) {
           "Super LED Test", "Select the device that its LED is blinking", "Keyboard", "Hard Drive", "Floppy Drive",
           "Green Power LED", "Combo Drive", "Uninitialized Test Component", "Device not found", "Test not found"})
         EXPECT_NE(text, Translate(text)) << text;
-
     TranslatorInitialize("de");  // the locale folder beside the program
     TranslatorAddCatalog("zorbus");
     EXPECT_EQ("Ungültiger Befehl", Translate("Invalid Command"));
@@ -107,9 +101,7 @@ TEST_F(Translator, TerritoryFirstFirstCatalogueWinsDamagedOnesAreIgnored) {
         TranslatorReset();
         WriteCatalog("xx", "first", first);
         Select("xx");
-        TranslatorAddCatalog("first");
-        TranslatorAddCatalog("fine");
-        TranslatorAddCatalog("first");  // again: no effect
+        for (const char* name : {"first", "fine", "first"}) TranslatorAddCatalog(name);  // the second "first": no effect
         // Nothing of a broken one survives.
         EXPECT_EQ(Translate("Hello") + Translate("World") + Translate("file") + Translate("Open") + Translate(""),
                   first == good ? "HalloWeltfileOpen" : "HelloErdefileOpen") << testing::PrintToString(first);

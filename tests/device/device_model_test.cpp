@@ -9,8 +9,7 @@ using namespace fw;
 
 namespace {
 
-class ModelDevice : public Device {
-public:
+struct ModelDevice : Device {
     std::string failIn;  // "Initialize" or "DoID"
     explicit ModelDevice(const std::string& name = "", bool makeUnique = true) : Device(name, makeUnique) {}
     void Initialize() override { if (failIn == "Initialize") throw TvkError("cannot start", "", ""); }
@@ -33,22 +32,18 @@ protected:
         EXPECT_TRUE(pTestComponent->devices.insert(d).second) << name;
         return d;
     }
-    std::string Names() const {
-        std::string names;
-        for (const Device* d : pTestComponent->devices) names += d->name + " ";
-        return names;
-    }
 };
 
 TEST_F(DeviceModel, NamesTakeTheLowestFreeNumberAndSortNaturally) {
-    Add("usbDevice0", false);
-    Add("usbDevice2", false);
+    Add("usbDevice0", false), Add("usbDevice2", false);
     EXPECT_EQ(Add("usbDevice")->name, "usbDevice1");
     EXPECT_EQ(Add("usbDevice7")->name, "usbDevice3");  // its own number gives way
     for (int i = 0; i < 8; ++i) Add("usbDevice");
     Add("hub", false);
-    EXPECT_EQ(Names(), "dev0 hub usbDevice0 usbDevice1 usbDevice2 usbDevice3 usbDevice4 usbDevice5 usbDevice6 "
-                       "usbDevice7 usbDevice8 usbDevice9 usbDevice10 usbDevice11 ");
+    std::string names;
+    for (const Device* d : pTestComponent->devices) names += d->name + " ";
+    EXPECT_EQ(names, "dev0 hub usbDevice0 usbDevice1 usbDevice2 usbDevice3 usbDevice4 usbDevice5 usbDevice6 "
+                     "usbDevice7 usbDevice8 usbDevice9 usbDevice10 usbDevice11 ");
     ModelDevice duplicate("usbDevice2", false);
     EXPECT_FALSE(pTestComponent->devices.insert(&duplicate).second);
     EXPECT_EQ(pTestComponent->FindDevice("USBDEVICE10"), nullptr);
@@ -61,9 +56,9 @@ TEST_F(DeviceModel, NamesTakeTheLowestFreeNumberAndSortNaturally) {
     delete five;
     pTestComponent->ForgetNameHints();
     EXPECT_EQ(Add("usbDevice")->name, "usbDevice5");
-    // Digits alone, or no trailing digits, are kept as the base.
+    // Digits alone, or no trailing digits, are kept as the base; no number while a
+    // catalogue is built, nor without a component.
     EXPECT_EQ(ModelDevice("123").name + " " + ModelDevice("hub").name, "1230 hub0");
-    // No number while a catalogue is built, nor without a component.
     pTestComponent->buildingCatalog = true;
     EXPECT_EQ(ModelDevice("usbDevice42").name, "usbDevice");
     TestComponent* component = std::exchange(pTestComponent, nullptr);
@@ -71,10 +66,9 @@ TEST_F(DeviceModel, NamesTakeTheLowestFreeNumberAndSortNaturally) {
     pTestComponent = component;
 }
 
-TEST_F(DeviceModel, DeviceElementWithPropertiesAndInterfacesAndItsLogLine) {
+TEST_F(DeviceModel, DeviceElementLogLineAndAFaultyDeviceKeepsItsErrorInsideItsElement) {
     ModelDevice* d = Add("usbDevice");
-    d->caption = "USB Device 1";
-    d->description = "Mass storage";
+    d->caption = "USB Device 1", d->description = "Mass storage";
     d->AddProperty(new Property("SpeedInfo", "USB Speed", "480 MBit/s"));
     d->AddInterface("usbDevice9", "Hub", "up", parentRole);
     d->AddInterface("usbDevice8", "Disk", "down", childRole);
@@ -85,46 +79,37 @@ TEST_F(DeviceModel, DeviceElementWithPropertiesAndInterfacesAndItsLogLine) {
               "<interface name=\"usbDevice9\" caption=\"Hub\" description=\"up\" role=\"parent\"/>"
               "<interface name=\"usbDevice8\" caption=\"Disk\" description=\"down\" role=\"child\"/>"
               "<interface name=\"x\" caption=\"c\" description=\"d\"/></device>");
-    const std::string discovered = "<diagEvent component=\"libzorbus.so\" caption=\"Device Discovered\" description=";
-    EXPECT_EQ(host.events, std::vector<std::string>{discovered + "\"USB Device 1 - Mass storage\"/>"});
-
     // Empty caption: the name is logged; a description inside the caption is
     // not repeated; the catalogue form skips Initialize.
-    d->caption = "";
-    d->description = "Storage";
-    d->className = "usbDevice";
-    d->failIn = "Initialize";
+    d->caption = "", d->description = "Storage", d->className = "usbDevice", d->failIn = "Initialize";
     XmlObject element(d->ID(true));
     EXPECT_EQ(Values(element, {"class", "caption"}) + "|" + element.children.at(0).name, "usbDevice||template");
-    EXPECT_EQ(host.events.back(), discovered + "\"usbDevice0 - Storage\"/>");
-    d->caption = d->description = "Device";
-    d->failIn = "";
+    d->caption = d->description = "Device", d->className = "", d->failIn = "";
     d->ID(false);
-    EXPECT_EQ(host.events.back(), discovered + "\"Device\"/>");
-}
+    const std::string discovered = "<diagEvent component=\"libzorbus.so\" caption=\"Device Discovered\" description=";
+    EXPECT_EQ(host.events, (std::vector<std::string>{discovered + "\"USB Device 1 - Mass storage\"/>",
+                                                     discovered + "\"usbDevice0 - Storage\"/>", discovered + "\"Device\"/>"}));
 
-// One faulty device must not spoil a whole catalogue or discovery.
-TEST_F(DeviceModel, AFaultyDeviceKeepsItsErrorInsideItsElement) {
-    ModelDevice* d = Add("usbDevice");
-    const std::string start = "<device name=\"usbDevice0\" class=\"device\" caption=\"Device\" description=\"Device\">";
-    for (bool catalog : {false, true}) {
-        d->failIn = "DoID";
-        EXPECT_EQ(d->ID(catalog), start + "<error errorCode=\"TvkError\" key=\"broken\" detail=\"detail\" "
-                                          "reference=\"ID, device\">broken: detail</error></device>");
-    }
-    d->failIn = "Initialize";
-    EXPECT_EQ(d->ID(false), start + "<error errorCode=\"TvkError\" key=\"cannot start\" detail=\"\" "
+    // One faulty device must not spoil a whole catalogue or discovery, and sends no event.
+    host.Reset();
+    ModelDevice* f = Add("usbDevice");
+    const std::string start = "<device name=\"usbDevice1\" class=\"device\" caption=\"Device\" description=\"Device\">",
+                      broken = "<error errorCode=\"TvkError\" key=\"broken\" detail=\"detail\" reference=\"ID, device\">"
+                               "broken: detail</error></device>";
+    f->failIn = "DoID";
+    EXPECT_EQ(f->ID(false) + f->ID(true), start + broken + start + broken);
+    f->failIn = "Initialize";
+    EXPECT_EQ(f->ID(false), start + "<error errorCode=\"TvkError\" key=\"cannot start\" detail=\"\" "
                                     "reference=\"ID, device\">cannot start</error></device>");
     EXPECT_TRUE(host.events.empty());
-
     // Without a callback the event fails after the flag was set.
-    d->failIn = "";
+    f->failIn = "";
     pTestComponent->eventCallback = nullptr;
-    XmlObject element(d->ID(false));
+    element = XmlObject(f->ID(false));
     EXPECT_EQ(Values(element, {"diagnosable"}) + "|" + ErrorKey(element), "0|Event callback not registered!");
 }
 
-TEST_F(DeviceModel, TestsListReplacesByNameAndFindsExactly) {
+TEST_F(DeviceModel, TestsListCopiesAndTheStoredForm) {
     AddTest("alpha");
     ScriptedTest* beta = AddTest("beta");
     device->AddTest(nullptr);
@@ -135,22 +120,19 @@ TEST_F(DeviceModel, TestsListReplacesByNameAndFindsExactly) {
     XmlObject element;
     device->AddTestAndId(new ScriptedTest("gamma", device), element);
     EXPECT_EQ(element.children.at(0).name + "|" + Values(element.children[0], {"name"}), "test|gamma");
-}
 
-TEST_F(DeviceModel, CopiesAreDeepAndTheStoredFormComesBack) {
     ModelDevice* d = Add("usbDevice");
-    d->caption = "first";
-    d->locked = true;
+    d->caption = "first", d->locked = true, d->className = "special";
     d->AddInterface("usbDevice1", "second", "child", childRole);
     d->AddTest(new ScriptedTest("alpha", d));
     d->AddProperty(new Property("p", "c", "v"));
-    d->className = "special";
     std::unique_ptr<TestComponent> copy(static_cast<TestComponent*>(pTestComponent->CreateCopy()));
     Device* cd = copy->FindDevice("usbDevice0");
     ASSERT_TRUE(cd && cd != d && cd->tests.at(0) != d->tests.at(0));
     EXPECT_EQ(cd->tests[0]->device, d);  // a copied test keeps its device
-    EXPECT_EQ(Values(XmlObject(cd->ID(true)), {"caption", "class"}), "first|device");  // no class name, ...
-    EXPECT_EQ(cd->properties.size(), 0u);                                                // ... no properties
+    // ... but the copy has no class name and no properties.
+    EXPECT_EQ(Values(XmlObject(cd->ID(true)), {"caption", "class"}) + "|" + std::to_string(cd->properties.size()),
+              "first|device|0");
     copy.reset();
     EXPECT_EQ(d->tests[0]->name, "alpha");
 
@@ -177,8 +159,7 @@ TEST(WriteDirectory, DecidedOnceFromTheEnvironment) {
                                                          {"/tmp/", "/tmp"}, {"/tmp//", "/tmp/"}, {"/no/such", "."}};
     for (const auto& c : cases) {
         TestComponent::diagsWriteDirectory.clear();
-        if (c.first) setenv("CORVANEWRITEDIR", c.first, 1);
-        else unsetenv("CORVANEWRITEDIR");
+        c.first ? setenv("CORVANEWRITEDIR", c.first, 1) : unsetenv("CORVANEWRITEDIR");
         EXPECT_EQ(TestComponent::GetDiagsWriteDirectory(), c.second) << (c.first ? c.first : "(unset)");
         setenv("CORVANEWRITEDIR", "/", 1);
         EXPECT_EQ(TestComponent::GetDiagsWriteDirectory(), c.second);

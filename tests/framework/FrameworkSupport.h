@@ -19,13 +19,6 @@
 
 namespace fw {
 
-// Polls for up to five seconds.
-template <class Condition>
-bool eventually(Condition condition) {
-    for (int i = 0; i < 500 && !condition(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return condition();
-}
-
 struct Host {
     std::mutex mutex;
     std::vector<std::string> events;
@@ -132,7 +125,7 @@ protected:
     }
 };
 
-// Attribute names or values of an element, in order, joined with blanks.
+// Attribute names, or the named attributes' values, of an element in order.
 inline std::string AttributeNames(const XmlObject& element) {
     std::string names;
     for (const auto& a : element.GetAttributes()) names += (names.empty() ? "" : " ") + a.first;
@@ -143,7 +136,6 @@ inline std::string Values(const XmlObject& element, std::initializer_list<const 
     for (const char* n : names) values += (values.empty() ? "" : "|") + element.GetAttributeValue(n);
     return values;
 }
-
 // The key of the error child of a result, or "none".
 inline std::string ErrorKey(const XmlObject& result) {
     const XmlObject* error = result.FindFirstMatch("error");

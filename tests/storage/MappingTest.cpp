@@ -1,6 +1,5 @@
-// The text steps from a serial number to a disk: the port scan of the
-// devices file, the usb-storage files, the lines of sg_scan and sg_map, and
-// the mount table.
+// From a serial number to a disk: the port scan of the devices file, the
+// usb-storage files, sg_scan and sg_map lines, the mount table.
 #include <map>
 #include <stdexcept>
 
@@ -47,19 +46,16 @@ const char* const twoBuses =
 }  // namespace
 
 TEST(PortScan, CollectsStorageInterfacesOfTheOneBus) {
-    // Two storage interfaces of one device give two nodes; a device without a
-    // serial line keeps the one before it; 1.5 reads as 1.
-    EXPECT_EQ(Scan("0000:00:1d.7", twoBuses), " STICK1:2:480 STICK1:2:480 STICK1:3:1");
-    EXPECT_EQ(Scan("0000:00:1d.0", twoBuses), " STICK2:0:12");
-    EXPECT_EQ(Scan("no such controller", twoBuses), "");
-
-    // A line longer than the read buffer arrives in pieces and is no serial
-    // line; a last line without its newline is not parsed; serials match exactly.
+    // Two storage interfaces give two nodes; a device without a serial line
+    // keeps the one before; 1.5 reads as 1.
+    EXPECT_EQ(Scan("0000:00:1d.7", twoBuses) + "," + Scan("0000:00:1d.0", twoBuses) + "," + Scan("no such controller", twoBuses),
+              " STICK1:2:480 STICK1:2:480 STICK1:3:1, STICK2:0:12,");
+    // An over-long line comes in pieces and is no serial line; a last line
+    // without its newline is not parsed; serials match exactly.
     const std::string root = "T:  Bus=03 Lev=00 Port=00 Spd=480\nS:  SerialNumber=R\n"
                              "T:  Bus=03 Lev=01 Port=01 Spd=480\nS:  SerialNumber=" + std::string(300, 'a') + "\n";
-    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)\n"), " :1:480");
-    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)"), "");
-    EXPECT_EQ(Scan("", root + "I:  Cls=08(stor.)\n"), "");
+    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)\n") + "," + Scan("R", root + "I:  Cls=08(stor.)") + "," +
+                  Scan("", root + "I:  Cls=08(stor.)\n"), " :1:480,,");
     UsbFileParser parser;
     std::string cut;
     parser.GetString(&cut, ("S: SerialNumber=" + std::string(300, 'b')).c_str(), "SerialNumber=", 254);
@@ -83,23 +79,20 @@ TEST(ScsiMapping, ToolAndProcTextGiveHostNodeAndDisk) {
     EXPECT_EQ(hosts, (Map{{"scsi2", "/dev/sg0"}, {"scsi10", "/dev/sg1"}}));
     EXPECT_THROW(MapHostIDsFromText("/dev/sg0: host2 channel=0\n", hosts), std::out_of_range);
 
-    // Whatever the tool prints is a name, nothing more; a node alone keeps
-    // its line end in the key and is never found.
+    // Whatever the tool prints is a name, nothing more; a node alone keeps its line end and is never found.
     Map disks;
     MapGenericPathsFromText("/dev/sg0  /dev/sda\n/dev/sg1\n/dev/sg2  /dev/sdb; touch PWNED\n", disks);
     EXPECT_EQ(disks.erase("/dev/sg1\n"), 1u);
     EXPECT_EQ(disks, (Map{{"/dev/sg0", "/dev/sda"}, {"/dev/sg2", "/dev/sdb; touch PWNED"}}));
 
-    // Host 1 also hits the line of host 10 first; a node longer than 8
-    // characters leaves a blank in front of the disk.
+    // Host 1 also hits the line of host 10 first; a node over 8 characters leaves a blank before the disk.
     const std::string scan = "/dev/sg3: scsi10 channel=0 id=0 lun=0\n/dev/sg0: scsi1 channel=0 id=0 lun=0\n";
     EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi1"), "/dev/sg3");
     EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi7") + UsbMount::DevNodeFromText(scan, "") +
                   UsbMount::DevNodeFromText("scsi1 at the start\n", "scsi1"), "");
     const std::string map = "/dev/sg0  /dev/sda\n/dev/sg10  /dev/sdk\n";
-    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg0"), "/dev/sda");
-    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg10"), " /dev/sdk");
-    EXPECT_EQ(UsbMount::DevicePathFromText(map, "") + UsbMount::DevicePathFromText(map, "/dev/sg7"), "");
+    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg0") + "|" + UsbMount::DevicePathFromText(map, "/dev/sg10") + "|" +
+                  UsbMount::DevicePathFromText(map, "") + UsbMount::DevicePathFromText(map, "/dev/sg7"), "/dev/sda| /dev/sdk|");
 }
 
 TEST(MountTable, MountedDisksAndDirectories) {
@@ -107,14 +100,12 @@ TEST(MountTable, MountedDisksAndDirectories) {
                                        "/dev/sdc /mnt/other/deep ext4 rw 0 0\nproc /proc proc rw 0 0\n\n");
     ASSERT_EQ(table.size(), 4u);
     EXPECT_EQ(table[0].source + "|" + table[0].target + "|" + table[3].target, "/dev/sdb1|/media/my stick|/proc");
-    for (const auto& [disk, mounted] : std::vector<std::pair<std::string, bool>>{
-             {"/dev/sdb", true}, {"/dev/nvme0n1", true}, {"/dev/sdc", true}, {"/dev/sd", false}, {"/dev/sdba", false},
-             {"/dev/sdd", false}})
-        EXPECT_EQ(IsDeviceOrPartitionMounted(table, disk), mounted) << disk;
-    for (const auto& [directory, mounted] : std::vector<std::pair<std::string, bool>>{
-             {"/media/my stick", true}, {"/media/my stick/", true}, {"/mnt/other", true}, {"/media/my stick2", false},
-             {"/media/my", false}, {"/mnt/oth", false}})
-        EXPECT_EQ(HasMountAtOrBelow(table, directory), mounted) << directory;
+    std::string mounted;
+    for (const char* disk : {"/dev/sdb", "/dev/nvme0n1", "/dev/sdc", "/dev/sd", "/dev/sdba", "/dev/sdd"})
+        mounted += IsDeviceOrPartitionMounted(table, disk) ? "1" : "0";
+    for (const char* dir : {"/media/my stick", "/media/my stick/", "/mnt/other", "/media/my stick2", "/media/my", "/mnt/oth"})
+        mounted += HasMountAtOrBelow(table, dir) ? "1" : "0";
+    EXPECT_EQ(mounted, "111000" "111000") << "disks, then directories";
     EXPECT_FALSE(HasMountAtOrBelow(ParseMountTable(""), "/mnt/usbdrive"));
 
     // A link to the disk is followed, either way round.

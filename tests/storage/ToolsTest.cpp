@@ -1,6 +1,5 @@
-// Tools run without a shell and with stubs that only write inside a scratch
-// folder, the scratch file never followed through a link, mounting that
-// never removes a mounted directory, and the storage tests' own steps.
+// Tools run without a shell (stubs write only in a scratch folder), the scratch
+// file never followed through a link, mounting, and the storage tests' steps.
 #include <fcntl.h>
 #include <sys/wait.h>
 
@@ -33,10 +32,8 @@ TEST(ExternalTool, HostileTextStaysOneArgumentAndTheScratchFileIsNoLink) {
     ASSERT_TRUE(CaptureTool({"printf", "%s|", "/dev/sdb; touch PWNED", "$(touch PWNED2)"}, out));
     EXPECT_EQ(out, "/dev/sdb; touch PWNED|$(touch PWNED2)|");
     EXPECT_FALSE(dir.Exists("PWNED") || dir.Exists("PWNED2"));
-    EXPECT_TRUE(ToolSucceeded(RunTool({"true"})));
-    EXPECT_FALSE(ToolSucceeded(RunTool({"false"})));
-    // No child at all, or (under qemu-user, which cannot report a failed
-    // exec of posix_spawn) a child that exits 127 as a shell would.
+    EXPECT_TRUE(ToolSucceeded(RunTool({"true"})) && !ToolSucceeded(RunTool({"false"})));
+    // No child, or under qemu-user (no failed exec reported by posix_spawn) one that exits 127.
     const int missing = RunTool({"no-such-tool-zorbus"});
     EXPECT_TRUE(missing == -1 || (WIFEXITED(missing) && WEXITSTATUS(missing) == 127)) << missing;
     EXPECT_FALSE(CaptureTool({}, out));
@@ -54,8 +51,7 @@ TEST(ExternalTool, HostileTextStaysOneArgumentAndTheScratchFileIsNoLink) {
     EXPECT_EQ(dir.Read("victim"), "precious");
     struct stat st {};
     ASSERT_EQ(lstat(scratch.c_str(), &st), 0);
-    EXPECT_TRUE(S_ISREG(st.st_mode));
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(st.st_mode & (S_IFMT | 0777), S_IFREG | 0600u);
 }
 
 TEST(UsbMountTools, SerialToDiskAndMountingThroughStubs) {
@@ -67,8 +63,8 @@ TEST(UsbMountTools, SerialToDiskAndMountingThroughStubs) {
     EXPECT_EQ(mount.GetDevNode("scsi7") + "|" + mount.GetDevNode("scsi8"), "/dev/sg0|");
     EXPECT_EQ(mount.GetDevicePath("/dev/sg0"), "/dev/sdb; touch PWNED");
     dir.Write("storage/7", "   Host scsi7: usb-storage\nSerial Number: ABC123\n");
-    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "ABC123"), "/dev/sdb; touch PWNED");
-    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "XYZ"), "");
+    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "ABC123") + "|" + mount.FindMountPoint(dir.Path("storage/"), "7", "XYZ"),
+              "/dev/sdb; touch PWNED|");
     EXPECT_EQ(ErrorOf([&] { mount.FindMountPoint(dir.Path("storage/"), "9", "ABC123"); }), "Could not locate files|9");
 
     EXPECT_EQ(mount.MountUSB("/dev/sdb; touch PWNED1", "/mnt/usbdrive"), 0);
@@ -93,18 +89,16 @@ TEST(UsbPortTestSteps, DiskInquiryCopyAndCompare) {
                        "/dev/sr0) echo 'PQual=0  Device_type=5';; *) exit 1;; esac");
     UsbPortTest test;
     unlink(toolOutputFile);
-    EXPECT_TRUE(test.isUSBFlashDrive("/dev/sdb"));
-    EXPECT_EQ(access(toolOutputFile, F_OK), 0) << "a disk's answer stays in the scratch file";
-    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sr0"));
-    EXPECT_NE(access(toolOutputFile, F_OK), 0) << "another is removed";
+    EXPECT_TRUE(test.isUSBFlashDrive("/dev/sdb") && access(toolOutputFile, F_OK) == 0) << "a disk's answer stays in the scratch file";
+    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sr0") || access(toolOutputFile, F_OK) == 0) << "another is removed";
     EXPECT_FALSE(test.isUSBFlashDrive("/dev/sdz") || test.isUSBFlashDrive("-x"));
     EXPECT_EQ(dir.Calls(), "sg_inq [/dev/sdb]\nsg_inq [/dev/sr0]\nsg_inq [/dev/sdz]\n");
 
     dir.Write("SSO.DAT", "reference");
     const std::string target = dir.Write("drive/SSO.DAT", "old copy that is longer");
     EXPECT_EQ(test.CopyFileToUSB("SSO.DAT", target), 0);
-    EXPECT_EQ(dir.Read("drive/SSO.DAT"), "reference");
-    EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }), "passed");
+    EXPECT_EQ(dir.Read("drive/SSO.DAT") + "|" + ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }),
+              "reference|passed");
     dir.Write("drive/SSO.DAT", "referencf");
     EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }),
               "Data Comparison Failure|Failed for port-2");
@@ -143,8 +137,7 @@ TEST(FileWriteCompareSteps, CatalogueAndCopyToDrive) {
     EXPECT_FALSE(dir.Exists("sdc")) << "a missing disk is not created";
     EXPECT_EQ(ErrorOf([&] { CopyFileToDrive("NONE.DAT", disk); }).substr(0, 23), "Could not locate files|");
     EXPECT_TRUE(CopyFileToDrive("SSO.DAT", "/dev/null")) << "a drive that swallows the data passes the write";
-    dir.Write("EMPTY.DAT", "");
-    EXPECT_TRUE(CopyFileToDrive("EMPTY.DAT", disk));
+    EXPECT_TRUE(CopyFileToDrive(dir.Write("EMPTY.DAT", ""), disk));
     EXPECT_EQ(dir.Read("sdb"), "REFERENCE" + std::string(23, '.')) << "an empty reference writes nothing";
 }
 

@@ -1,6 +1,5 @@
-// Shared by the USB test programs: the host's mode switch, a reader over
-// literal text, a scratch folder with stub tools, a recording component and
-// readers of device elements.
+// Shared by the USB test programs: mode switch, scratch folder with stub
+// tools, a recording component and readers of device elements.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -29,19 +28,16 @@ inline int g_factoryMode = 0;
 inline std::vector<std::string> g_events;
 
 inline std::string ReadText(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
     std::ostringstream text;
-    text << in.rdbuf();
+    text << std::ifstream(path, std::ios::binary).rdbuf();
     return text.str();
 }
-// tests/<name>
 inline std::string Fixture(const std::string& name) {
     EXPECT_TRUE(std::filesystem::exists(ZORBUS_SOURCE_DIR "/tests/" + name)) << name;
     return ReadText(ZORBUS_SOURCE_DIR "/tests/" + name);
 }
 
-// A fresh folder, optionally the working directory, whose stub tools come
-// first on PATH; all of it goes afterwards.
+// A fresh folder, optionally the working directory, whose stub tools come first on PATH.
 class TempDir {
 public:
     explicit TempDir(bool enter = false) : oldPath(getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin") {
@@ -80,15 +76,13 @@ private:
     std::string path, oldPath, oldDir;
 };
 
-// The gates of the lsusb parser closed and its caption counter at 0, as at load.
 inline void ResetLsusbState() {
     newUSBDevice::index = 0;
     newUSBDevice::bDeviceDescriptor = newUSBDevice::bConfigurationDescriptor = newUSBDevice::bInterfaceDescriptor = false;
     newUSBDevice::bEndpointDescriptor = newUSBDevice::bHubDescriptor = newUSBDevice::bHidDeviceDescriptor = false;
 }
 
-// The component is the process's pTestComponent while a test runs, so that
-// devices get their numbers and events land in g_events.
+// The process's pTestComponent while a test runs: devices get numbers, events land in g_events.
 class UsbComponentTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -107,7 +101,7 @@ protected:
     USBTestComponent component;
 };
 
-// The object after a trip through the state stream; null when another class came back.
+// The object after a trip through the state stream; null for another class.
 template <class T>
 std::unique_ptr<T> RoundTrip(const Persistent& object) {
     optstream out;
@@ -151,5 +145,4 @@ inline std::string Summary(const XmlObject& xml) {
     return text + "]";
 }
 inline std::string Caption(const XmlObject& xml) { return xml.GetAttributeValue(xmldef::caption); }
-// Caption and description.
 inline std::string Head(const XmlObject& xml) { return Caption(xml) + " / " + xml.GetAttributeValue(xmldef::description); }

@@ -1,10 +1,13 @@
-// Prompts to the user, Super LED prompts, and prompts on a thread of their own.
+// Prompts to the user, Super LED prompts and prompts on a thread of their own;
+// running, cancelling and diagnosing through the entry points, where a host
+// cancels from inside its callback and from a second thread.
 #include <atomic>
 #include <future>
 #include <thread>
 #include <utility>
 
 #include "FrameworkSupport.h"
+#include "tc/frame/EntryPoints.h"
 #include "tc/framework/ConcurrentPrompt.h"
 #include "tc/framework/Prompt.h"
 
@@ -113,6 +116,62 @@ TEST_F(FrameworkTest, TestDestroyedWhileTheHostAnswersWaitsForThePrompt) {
     delete test;
     EXPECT_TRUE(callbackReturned);
     releaser.join();
+}
+
+class Dispatch : public ::testing::Test {
+protected:
+    ScriptedTest* test = nullptr;
+    void SetUp() override {
+        host.Reset();
+        Initialize("<init component=\"libzorbus.so\"/>");
+        ASSERT_NE(pTestComponent, nullptr);
+        SetCallback(RecordEvent);
+        FreeLastSetCallbackResult();
+        auto* device = new FakeDevice("canceldev0");
+        pTestComponent->devices.insert(device);
+        device->AddTest(test = new ScriptedTest("slow", device));
+        device->AddDiagnosis(new ScriptedDiagnosis("d", device));
+    }
+    void TearDown() override { Uninitialize(nullptr), host.Reset(); }
+    static std::string Execute(const std::string& xml) {
+        std::string answer = ExecuteXMLCommand(xml.c_str());
+        return FreeLastExecuteXMLCommandResult(), answer;
+    }
+};
+
+const char* const cancelCommand = "<cancelTest device=\"canceldev0\" test=\"slow\"/>";
+const char* const runCommand = "<runTest device=\"canceldev0\" test=\"slow\" loop=\"2\" retries=\"3\"/>";
+
+TEST_F(Dispatch, CancelFromInsideTheCallback) {
+    std::string cancelAnswer;
+    host.onEvent = [&](const XmlObject& e) {
+        if (e.name == "diagUpdate" && e.GetAttributeValue("percentComplete") == "50") cancelAnswer = Execute(cancelCommand);
+    };
+    test->body = [](ScriptedTest& t, int) { return t.SetProgress(1, 2), false; };
+    XmlObject result(Execute(runCommand));
+    EXPECT_EQ(result.GetAttributeValue("currentState") + "|" + std::to_string(test->tries), "canceled|1");
+    EXPECT_EQ(cancelAnswer, "<diagOutput loop=\"2\" recordNum=\"0\" type=\"cancelTest\" status=\"Success\"/>");
+    EXPECT_NE(Execute("<cancelTest device=\"canceldev0\" test=\"nope\"/>").find("Test not found"), std::string::npos);
+
+    XmlObject diagnosis(Execute("<runDiagnosis device=\"canceldev0\"/>"));
+    EXPECT_EQ(diagnosis.GetAttributeValue("currentState"), "failed");  // the diagnosis sets no state
+    EXPECT_EQ(host.Events("diagUpdate").back().GetXmlString(), "<diagUpdate device=\"canceldev0\" percentComplete=\"100\"/>");
+}
+
+TEST_F(Dispatch, CancelFromASecondThread) {
+    std::promise<void> inTry, cancelSent;
+    std::string cancelAnswer;
+    test->body = [&, sent = cancelSent.get_future().share()](ScriptedTest&, int) { return inTry.set_value(), sent.wait(), false; };
+    std::thread canceller([&, tried = inTry.get_future()] {
+        tried.wait();
+        cancelAnswer = Execute(cancelCommand);
+        cancelSent.set_value();
+    });
+    XmlObject result(Execute(runCommand));
+    canceller.join();
+    EXPECT_EQ(result.GetAttributeValue("currentState") + "|" + std::to_string(test->tries), "canceled|1");
+    EXPECT_EQ(XmlObject(cancelAnswer).GetAttributeValue("status"), "Success");
+    EXPECT_TRUE(executeXMLCommandResultStack.empty());
 }
 
 }  // namespace

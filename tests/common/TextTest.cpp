@@ -1,9 +1,14 @@
+// The text helpers that device order, expressions and commands rest on, the
+// error elements, and XmlObject, whose output must match pugixml's.
 #include <gtest/gtest.h>
 #include <pugixml.hpp>
 
 #include <climits>
 #include <string>
 
+#include "common/StringTokenizer.h"
+#include "common/StringUtil.h"
+#include "common/TickTimer.h"
 #include "common/TvkError.h"
 #include "common/XmlObject.h"
 
@@ -28,7 +33,79 @@ void BuildPugi(const XmlObject& from, pugi::xml_node parent) {
     for (const XmlObject& child : from.children) BuildPugi(child, node);
 }
 
-}  // namespace
+TEST(StrNumCmp, DigitRunsCompareByValue) {
+    const struct { const char *a, *b; int expected; } cases[] = {
+        {"usbDevice2", "usbDevice10", -1}, {"usbDevice10", "usbDevice9", 1}, {"usbDevice3", "usbDevice3", 0},
+        {"usbDevice", "usbDevice0", -1}, {"a2b10", "a2b9", 1}, {"a01", "a1", 1}, {"abc", "abd", -1}, {"", "", 0},
+        {"9", "10", -1}, {"x99999999999999999999", "x100000000000000000000", -1}, {"Hub", "hub", -1},
+    };
+    auto sign = [](int v) { return (v > 0) - (v < 0); };
+    for (const auto& c : cases)
+        EXPECT_EQ(std::make_pair(sign(strnumcmp(c.a, c.b)), sign(strnumcmp(c.b, c.a))),
+                  std::make_pair(c.expected, -c.expected)) << c.a << " vs " << c.b;
+}
+
+TEST(Tokenizer, SeparatorsEmptyTokensAndLeftOver) {
+    // Each token, its separator ('|' at the end) and what is left behind it, then one more token past the end.
+    auto split = [](const char* text, const char* separators) {
+        std::string out;
+        StringTokenizer t(text, separators);
+        while (t.HasMoreTokens()) {
+            out += t.NextToken();
+            out += (t.GetLastSeparator() ? t.GetLastSeparator() : '|') + t.LeftOverString() + " ";
+        }
+        return out + "[" + t.NextToken() + "]";
+    };
+    EXPECT_EQ(split("10-2+3", "+-"), "10-2+3 2+3 3| []");
+    EXPECT_EQ(split("-5", "+-"), "-5 5| []");  // a leading separator gives an empty token
+    EXPECT_EQ(split("3*-2", "*-"), "3*-2 -2 2| []");
+    EXPECT_EQ(split("a b ", " "), "a b  b  []");  // nothing left behind a trailing one
+    EXPECT_EQ(split("", " "), "[]");
+}
+
+TEST(TextHelpers, TrimFormatAndElapsedTime) {
+    EXPECT_EQ(StringParseUtility::Trim("  2.00 \r\n", 0) + "|" + StringParseUtility::Trim(" \t ", 0), "2.00|");
+    std::string wide(1000, 'x');
+    EXPECT_EQ(strprintf("%s-%d", wide.c_str(), 7), wide + "-7");
+    EXPECT_EQ(GetElapsedTimeString(0.0) + GetElapsedTimeString(3723.4567) + GetElapsedTimeString(-5),
+              "00:00:00.00001:02:03.45700:00:00.000");
+}
+
+TEST(TvkError, XmlHasAttributesInFixedOrderTheLatestReferenceAndBothWritersAgree) {
+    TvkError referenced("Test not found", "speed", "x");
+    referenced.CrossReference("frontEnd", "frontEnd");
+    referenced.CrossReference("USBDevice", "RootHubTest");
+    // The detail attribute is there even when empty, and then the text has no ": ".
+    EXPECT_EQ(TvkWarning("Low", "", "").GetXml(), "<warning errorCode=\"TvkWarning\" key=\"Low\" detail=\"\">Low</warning>");
+    EXPECT_EQ(FrontendError("Bad", "value").GetXml(),
+              "<error errorCode=\"FrontendError\" key=\"Bad\" detail=\"value\">Bad: value</error>");
+    EXPECT_EQ(referenced.GetXml(), "<error errorCode=\"TvkError\" key=\"Test not found\" detail=\"speed\" extra=\"x\" "
+                                   "reference=\"USBDevice, RootHubTest\">Test not found: speed</error>");
+
+    const std::string message = "a < b & \"c\"", detail = "x>y 'z' \n&amp;";
+    TvkError e(message, detail, "<e>");
+    e.CrossReference("A&B", "<C>");
+    XmlObject x(e.GetXml());
+    EXPECT_EQ(x.name + "|" + x.value, "error|" + message + ": " + detail);
+    for (const auto& a : {std::pair<std::string, std::string>{"errorCode", "TvkError"}, {"key", message},
+                          {"detail", detail}, {"extra", "<e>"}, {"reference", "A&B, <C>"}})
+        EXPECT_EQ(x.GetAttributeValue(a.first), a.second) << a.first;
+
+    // The direct writer and the tree agree, also where a NUL cuts the text or only the
+    // detail is there, and for texts that outgrow the writer's own buffer more than once.
+    std::string controls;
+    for (char c = 1; c < 32; ++c) controls += c;
+    const std::pair<std::string, std::string> texts[] = {
+        {message, detail}, {"", "d"}, {"", ""}, {std::string("ab\0c", 4), "d"}, {std::string("\0", 1), "d"},
+        {std::string(200, 'm') + "<&>", std::string(90, '"')}, {controls + std::string(3000, '&'), controls}};
+    auto tree = [](const TvkWarning& w) { return w.GetXmlObject().GetXmlString(); };
+    EXPECT_EQ(tree(e), e.GetXml());
+    for (const auto& t : texts) {
+        const TvkWarning warning(t.first, t.second, "");
+        const TvkError error(t.first, t.second, "");
+        EXPECT_EQ(tree(warning) + tree(error), warning.GetXml() + error.GetXml()) << t.first << "|" << t.second;
+    }
+}
 
 TEST(XmlObject, ParseKeepsAttributeOrderTextAndChildrenAndWritesCompactly) {
     XmlObject x("<cmd zeta=\"1\" alpha='2' mid=\"&lt;&#65;&quot;&#10;\">head<a/>x&amp;<![CDATA[<y>&]]><!-- c -->"
@@ -119,3 +196,5 @@ TEST(XmlObject, MalformedTextGivesExactError) {
         }
     }
 }
+
+}  // namespace

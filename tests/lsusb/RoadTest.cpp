@@ -1,5 +1,5 @@
-// Discovery from `lsusb -v` text: counting, cutting (with its trace file),
-// failures, cut-off blocks, many devices; records' ownership, stored forms, copies.
+// Discovery from `lsusb -v` text: counting, cutting, failures; records'
+// ownership, stored forms, copies. Whole machines run in the host tests.
 #include "common/TvkError.h"
 #include "usb/UsbTestSupport.h"
 
@@ -24,10 +24,6 @@ TEST_F(LsusbRoadTest, TextIsCutIntoReformattedDeviceTexts) {
     EXPECT_EQ(texts[0].substr(texts[0].size() - 25), "\n Device Status: 0x0001\n ");
     EXPECT_EQ(texts[3].find(" iManufacturer 1 SanDisk\n"), texts[3].find(" iManufacturer")) << "blanks squeezed";
     EXPECT_EQ(texts[4].find("Self Powered"), std::string::npos) << "lines behind the status belong to nobody";
-    EXPECT_NE(work.Read("bang1.txt").find("Bus 001 Device 001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n reformat Bus "
-                                          "001 Device 001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n \n"),
-              std::string::npos)
-        << "the cut leaves its trace in the working directory";
 
     // A first line without a status line before it stays in the block; an
     // unfinished last block is dropped. Any line with Bus, Device and ID counts,
@@ -47,12 +43,8 @@ TEST_F(LsusbRoadTest, EachDeviceBlockBecomesADeviceAndFailuresHaveTheirTexts) {
     EXPECT_EQ(ParseWithLsusbDevices(reader, component.devices), 0);
     EXPECT_EQ(std::to_string(reader.opened) + std::to_string(reader.closed), "31") << "counted twice, cut, closed";
     ASSERT_EQ(component.devices.size(), 6u) << "the cut-off block is lost";
-    int i = 0;
-    for (Device* device : component.devices) {
-        newUSBDevice& usb = dynamic_cast<newUSBDevice&>(*device);
-        EXPECT_EQ(usb.name + "|" + usb.deviceInfo.substr(0, 4), "usbDevice" + std::to_string(i++) + "|Bus ");
-        EXPECT_EQ(usb.devicesNode, nullptr) << "parsed when identified, not before";
-    }
+    for (Device* device : component.devices)
+        EXPECT_EQ(dynamic_cast<newUSBDevice&>(*device).devicesNode, nullptr) << "parsed when identified, not before";
     EXPECT_EQ(ParseWithLsusbDevices(reader, component.devices), 0);
     EXPECT_EQ(component.devices.size(), 12u) << "a second discovery adds to the set";
 
@@ -70,18 +62,6 @@ TEST_F(LsusbRoadTest, EachDeviceBlockBecomesADeviceAndFailuresHaveTheirTexts) {
         EXPECT_FALSE(failing.isOpen) << "the road closes its file on the way out";
     }
     EXPECT_TRUE(component.devices.empty());
-}
-
-TEST_F(LsusbRoadTest, ThousandsOfDevices) {
-    std::string raw;
-    for (int i = 0; i < 3000; ++i)
-        raw += "\nBus 001 Device " + std::to_string(i) + ": ID 0781:5567\nDevice Descriptor:\n  iProduct 2 Stick " +
-               std::to_string(i) + "\nDevice Status:     0x0000\n  (Bus Powered)\n";
-    LiteralReader reader(raw);
-    EXPECT_EQ(ParseWithLsusbDevices(reader, component.devices), 0);
-    ASSERT_EQ(component.devices.size(), 3000u);
-    const XmlObject last((*component.devices.rbegin())->ID(false));
-    EXPECT_EQ(last.GetAttributeValue("description"), "Stick 2999 - ") << "no vendor line: an empty manufacturer";
 }
 
 TEST(LsusbRecords, RecordsOwnTheirChildren) {

@@ -24,7 +24,6 @@ struct Host {
     std::vector<std::string> events;
     int promptReply = 0;                            // diagPrompt replies carry value="N"; none when negative
     std::function<void(const XmlObject&)> onEvent;  // runs inside the callback
-
     void Reset() {
         std::lock_guard<std::mutex> lock(mutex);
         events.clear(), promptReply = 0, onEvent = nullptr;
@@ -80,7 +79,6 @@ struct ScriptedTest : Test {
     bool locks = false;
     int tries = 0, cleanups = 0;
     std::string lastTryAttribute;
-
     explicit ScriptedTest(const std::string& name = "", Device* device = nullptr) : Test(name, device) {}
     bool LocksDevice() override { return locks; }
     void SetParameters() override { if (onSetParameters) onSetParameters(*this); }
@@ -125,7 +123,7 @@ protected:
     }
 };
 
-// Attribute names, or the named attributes' values, of an element in order.
+// Attribute names of an element, or the named attributes' values, in order.
 inline std::string AttributeNames(const XmlObject& element) {
     std::string names;
     for (const auto& a : element.GetAttributes()) names += (names.empty() ? "" : " ") + a.first;

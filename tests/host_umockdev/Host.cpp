@@ -8,11 +8,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -30,48 +32,6 @@ std::string Decode(std::string text) {
             text.replace(at, std::strlen(e.first), 1, e.second);
     return text;
 }
-
-// XML as the component writes it: double quotes, no declaration.
-struct Reader {
-    const std::string& s;
-    size_t pos = 0;
-    [[noreturn]] void Fail(const char* what) const {
-        throw std::runtime_error(std::string(what) + " at offset " + std::to_string(pos) + " in: " + s);
-    }
-    size_t Find(const char* what) const {
-        const size_t at = s.find(what, pos);
-        if (at == std::string::npos) Fail("unterminated element");
-        return at;
-    }
-    Element Read() {
-        if (s.compare(pos, 1, "<") != 0) Fail("no element");
-        Element e;
-        const size_t nameEnd = s.find_first_of(" />", ++pos);
-        e.name = s.substr(pos, nameEnd - pos);
-        for (pos = nameEnd; s.compare(pos, 1, ">") != 0; ++pos) {
-            if (s.compare(pos, 2, "/>") == 0) return pos += 2, e;
-            if (s.compare(pos, 1, " ") != 0) Fail("unexpected character");
-            const size_t equals = Find("=\""), close = s.find('"', equals + 2);
-            if (close == std::string::npos) Fail("unterminated attribute");
-            e.attributes.emplace_back(s.substr(pos + 1, equals - pos - 1),
-                                      Decode(s.substr(equals + 2, close - equals - 2)));
-            pos = close;
-        }
-        for (++pos; s.compare(pos, 2, "</") != 0;) {
-            if (s.compare(pos, 1, "<") == 0) {
-                e.children.push_back(Read());
-            } else {
-                const size_t end = Find("<");
-                e.text += Decode(s.substr(pos, end - pos));
-                pos = end;
-            }
-        }
-        const std::string close = "</" + e.name + ">";
-        if (s.compare(pos, close.size(), close) != 0) Fail("mismatched end tag");
-        pos += close.size();
-        return e;
-    }
-};
 
 // The host process of a session. Script: one call per line, "verb argument"; a verb alone passes null.
 //   factory|medium 0|1   what nvxIsFactory / nvxIsDiagsCD answer from now on
@@ -205,11 +165,34 @@ std::string ReadText(const std::string& path) {
     return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
+// XML as the component writes it: double quotes, no declaration.
 Element Element::Parse(const std::string& xml) {
-    Reader reader{xml};
-    Element root = reader.Read();
-    if (reader.pos != xml.size()) reader.Fail("text after the root element");
-    return root;
+    static const std::regex token(R"re(<(/?)([^\s/>]+)((?:\s+[^\s=]+="[^"]*")*)\s*(/?)>|([^<]+))re"),
+        attribute(R"re(([^\s=]+)="([^"]*)")re");
+    std::vector<Element> open(1);  // the elements not yet closed, below a holder for the root
+    long at = 0;
+    for (std::sregex_iterator it(xml.begin(), xml.end(), token), end; it != end; at += it++->length()) {
+        const std::smatch& m = *it;
+        if (m.position() != at) break;
+        if (m[5].matched) {
+            open.back().text += Decode(m[5]);
+        } else if (m[1].length() > 0) {
+            if (open.size() < 2 || open.back().name != m[2]) break;
+            open[open.size() - 2].children.push_back(std::move(open.back()));
+            open.pop_back();
+        } else {
+            Element e{m[2], "", {}, {}};
+            const std::string list = m[3];
+            for (std::sregex_iterator a(list.begin(), list.end(), attribute); a != end; ++a)
+                e.attributes.emplace_back((*a)[1], Decode((*a)[2]));
+            if (m[4].length() > 0) open.back().children.push_back(std::move(e));
+            else open.push_back(std::move(e));
+        }
+    }
+    if (static_cast<size_t>(at) != xml.size() || open.size() != 1 || open[0].children.size() != 1 ||
+        !open[0].text.empty())
+        throw std::runtime_error("no well-formed element at offset " + std::to_string(at) + " in: " + xml);
+    return open[0].children[0];
 }
 
 FakeMachine::FakeMachine(const std::string& fixture) : folder(MakeFolder()) {
@@ -238,7 +221,7 @@ FakeMachine::FakeMachine(const std::string& fixture) : folder(MakeFolder()) {
         Write(tool, stub);
         if (chmod((folder + "/" + tool).c_str(), 0755) != 0) throw std::runtime_error(std::string("chmod ") + tool);
     }
-    // Opening a testbed file under /dev connects here; no ioctl is ever asked.
+    // No ioctl is ever asked; connections only need to be taken.
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     (folder + "/testbed/ioctl/_default").copy(address.sun_path, sizeof address.sun_path - 1);
@@ -280,37 +263,24 @@ Session FakeMachine::Run(const Strings& script) {
     for (const std::string& line : script) text += line + "\n";
     Write("script.txt", text);
     Remove("transcript.txt");
-    char self[4096];
-    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
-    self[length > 0 ? length : 0] = '\0';
     // gcc's ASan runtime refuses to start behind the umockdev preload unless told.
     const char* asan = getenv("ASAN_OPTIONS");
-    const std::string asanOptions = std::string(asan ? asan : "") + ":verify_asan_link_order=0";
-    const std::string path = folder + "/stubs:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin");
-
-    const pid_t child = fork();
-    if (child < 0) throw std::runtime_error("fork failed");
-    if (child == 0) {
-        FILE* out = std::fopen((folder + "/session.out").c_str(), "w");
-        if (!out || chdir((folder + "/work").c_str()) != 0) _exit(126);
-        dup2(fileno(out), 1);
-        dup2(fileno(out), 2);
-        setenv("UMOCKDEV_DIR", (folder + "/testbed").c_str(), 1);
-        setenv("PATH", path.c_str(), 1);
-        setenv("ASAN_OPTIONS", asanOptions.c_str(), 1);
-        execlp("umockdev-wrapper", "umockdev-wrapper", self, "--host-session", (folder + "/script.txt").c_str(),
-               (folder + "/transcript.txt").c_str(), static_cast<char*>(nullptr));
-        std::fprintf(stderr, "cannot start umockdev-wrapper: %s\n", std::strerror(errno));
-        _exit(127);
-    }
+    const std::string command = "cd '" + folder + "/work' && UMOCKDEV_DIR='" + folder + "/testbed' PATH='" + folder +
+                                "/stubs':\"$PATH\" ASAN_OPTIONS='" + (asan ? asan : "") + ":verify_asan_link_order=0' "
+                                "umockdev-wrapper /proc/" + std::to_string(getpid()) + "/exe --host-session '" +
+                                folder + "/script.txt' '" + folder + "/transcript.txt' >'" + folder + "/session.out' 2>&1";
+    // Opening a testbed file under /dev connects to the ioctl socket: accepted here while the host runs.
+    std::atomic<bool> done{false};
+    std::thread server([&] {
+        std::vector<int> accepted;
+        for (pollfd p{ioctlSocket, POLLIN, 0}; !done;)
+            if (poll(&p, 1, 20) > 0) accepted.push_back(accept(ioctlSocket, nullptr, nullptr));
+        for (int fd : accepted) close(fd);
+    });
+    const int status = std::system(command.c_str());
+    done = true;
+    server.join();
     Session session;
-    int status = 0;
-    std::vector<int> accepted;
-    while (waitpid(child, &status, WNOHANG) == 0) {
-        pollfd p{ioctlSocket, POLLIN, 0};
-        if (poll(&p, 1, 20) > 0) accepted.push_back(accept(ioctlSocket, nullptr, nullptr));
-    }
-    for (int fd : accepted) close(fd);
     session.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     session.errors = Read("session.out");
     session.steps = ReadTranscript(folder + "/transcript.txt");

@@ -114,46 +114,45 @@ struct Dev {
     Strings tests;
 };
 
-// An idResult (devices usbDevice0...) or catResult (the template usbDevice),
-// attributes, properties and tests in order; a rootHubTest in full.
+// An element's name and attributes in one line; with `deep`, its children and text in braces.
+inline std::string Flat(const Element& e, bool deep = false) {
+    std::string line = e.name;
+    for (const auto& a : e.attributes) line += " " + a.first + "=\"" + a.second + "\"";
+    if (deep) {
+        line += " {" + e.text;
+        for (const Element& child : e.children) line += Flat(child, true);
+        line += "}";
+    }
+    return line;
+}
+
+// An idResult (devices usbDevice0...) or catResult (the template usbDevice), a
+// line for each device, property and test name; a rootHubTest in full.
 inline void ExpectDevices(const std::string& answer, const std::string& category, const std::vector<Dev>& expected) {
-    static const Element rootHubTest = Element::Parse(
+    static const std::string rootHubTest = Flat(Element::Parse(
         "<test name=\"rootHubTest\" caption=\"Root Hub Detect Test\" description=\"Discovers the presence of a working "
         "root hub\" interactive=\"0\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"1\" complete=\"1\" "
         "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" fieldtest=\"1\">"
         "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test fails\" type=\"int\" "
-        "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>");
+        "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>"), true);
     const Element root = Element::Parse(answer);
-    EXPECT_TRUE(root.attributes.empty());
-    ASSERT_EQ(root.children.size(), expected.size()) << answer;
-    for (size_t i = 0; i < expected.size(); ++i) {
-        const Element& device = root.children[i];
-        const Dev& want = expected[i];
-        SCOPED_TRACE("device " + std::to_string(i) + " (" + want.caption + ")");
-        EXPECT_EQ(device.name, "device");
-        EXPECT_EQ(device.attributes,
-                  (Attributes{{"name", root.name == "catResult" ? "usbDevice" : "usbDevice" + std::to_string(i)},
-                              {"class", "usbDevice"}, {"caption", want.caption}, {"description", want.description},
-                              {"category", category}, {"diagnosable", "0"}}));
-        ASSERT_EQ(device.children.size(), want.properties.size() + want.tests.size());
-        for (size_t p = 0; p < want.properties.size(); ++p) {
-            const Prop& prop = want.properties[p];
-            EXPECT_EQ(device.children[p].name, "property");
-            EXPECT_EQ(device.children[p].attributes,
-                      (Attributes{{"name", prop.name}, {"caption", prop.caption}, {"value", prop.value}}));
-        }
-        for (size_t t = 0; t < want.tests.size(); ++t) {
-            const Element& test = device.children[want.properties.size() + t];
-            EXPECT_EQ(test.name, "test");
-            EXPECT_EQ(test.Attr("name"), want.tests[t]);
-            if (want.tests[t] != "rootHubTest") continue;
-            EXPECT_EQ(test.attributes, rootHubTest.attributes);
-            ASSERT_EQ(test.children.size(), 1u);  // the built-in retries; the test has none of its own
-            EXPECT_EQ(test.children[0].name, "parameter");
-            EXPECT_EQ(test.children[0].attributes, rootHubTest.children[0].attributes);
-            EXPECT_TRUE(test.children[0].children.empty());
-        }
+    std::string got = Flat(root) + "\n", want = root.name + "\n";  // a diff when they differ
+    for (const Element& device : root.children) {
+        got += Flat(device) + "\n";
+        for (const Element& c : device.children)
+            got += (c.name != "test" ? Flat(c) : c.Attr("name") != "rootHubTest" ? "test " + c.Attr("name")
+                                                                                 : Flat(c, true)) + "\n";
     }
+    for (size_t i = 0; i < expected.size(); ++i) {
+        const Dev& d = expected[i];
+        want += Flat({"device", "", {{"name", "usbDevice" + (root.name == "catResult" ? "" : std::to_string(i))},
+                             {"class", "usbDevice"}, {"caption", d.caption}, {"description", d.description},
+                             {"category", category}, {"diagnosable", "0"}}, {}}) + "\n";
+        for (const Prop& p : d.properties)
+            want += Flat({"property", "", {{"name", p.name}, {"caption", p.caption}, {"value", p.value}}, {}}) + "\n";
+        for (const std::string& t : d.tests) want += (t == "rootHubTest" ? rootHubTest : "test " + t) + "\n";
+    }
+    EXPECT_EQ(got, want);
 }
 
 // A rootHubTest result and its events: passed, or failed with "Unable to detect root hub".

@@ -1,79 +1,69 @@
 // Discovery from `lsusb -v` as a host sees it: no devices file in the testbed,
 // and a stub lsusb that prints hand-written, captured, broken or odd text.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
 #include "Host.h"
 
 namespace {
 
-const std::string category = "Communication|USB Controller";
-const std::string ehciMaker = " - Linux 6.1.0-13-amd64 ehci_hcd", uhciMaker = " - Linux 6.1.0-13-amd64 uhci_hcd";
+const std::string category = "Communication|USB Controller", linux61 = " - Linux 6.1.0-13-amd64 ";
 const std::string usbfsMount = "mount [-t] [usbfs] [none] [/proc/bus/usb]";
-
-Prop PortLine(const std::string& line) { return {"usbPortnum", " ", line}; }
+const std::string off = "0100 power", full = "0103 power enable connect", high = "0503 highspeed power enable connect",
+                  low = "0303 lowspeed power enable connect";
 
 Dev Plain(const std::string& description, const std::string& version, const std::string& serial) {
     return {"", description, {{"TypeInfo", "USB Type", version}, {"SerialNumber", "Serial Number", serial}}, {}};
 }
 
-Dev Hub(Dev d, const std::string& type, const std::string& characteristic, const std::string& ports,
-        const Strings& lines) {
+// Hub data, then a line for each port: " Port N: 0000.STATUS", then `after`.
+Dev Hub(Dev d, const std::string& type, const std::string& characteristic, const Strings& ports,
+        const Strings& after = {}) {
     d.properties.insert(d.properties.end(), {{"HubTypeInfo", "USB Hub", type},
                                              {"HubCharacteristic", "USB Hub Characteristic", characteristic},
                                              {"HubDeviceRemovable", "USB Device Removable", " 0x00"},
-                                             {"HubNumPort", "Number of hub ports", ports}});
-    for (const std::string& line : lines) d.properties.push_back(PortLine(line));
+                                             {"HubNumPort", "Number of hub ports", " " + std::to_string(ports.size())}});
+    for (size_t p = 0; p < ports.size(); ++p)
+        d.properties.push_back({"usbPortnum", " ", " Port " + std::to_string(p + 1) + ": 0000." + ports[p]});
+    for (const std::string& line : after) d.properties.push_back({"usbPortnum", " ", line});
     return d;
 }
 
-Dev RootHub(bool factory, const std::string& description, const std::string& version, const std::string& serial,
+Dev RootHub(bool factory, const std::string& kind, const std::string& version, const std::string& serial,
             const Strings& ports) {
-    Dev d = Hub(Plain(description, version, serial), " 41", " 0x000a", " 2", ports);
+    Dev d = Hub(Plain(kind + " Host Controller" + linux61 + (kind == "EHCI" ? "ehci_hcd" : "uhci_hcd"), version, serial),
+                " 41", " 0x000a", ports);
     d.tests = factory ? Strings{"rootHubTest", "usbLoopbackTest", "FileWriteCompareTest"}
                       : Strings{"rootHubTest", "FileWriteCompareTest"};
     return d;
 }
 
-// The external hub: its port block runs on through the device qualifier up
-// to the status line.
-Dev ExternalHub(const std::string& description, Strings ports, const Strings& qualifierClass) {
-    ports.insert(ports.end(), {" Device Qualifier (for other device speed):", " bLength 10", " bDescriptorType 6",
-                               " bcdUSB 2.00"});
-    ports.insert(ports.end(), qualifierClass.begin(), qualifierClass.end());
-    ports.insert(ports.end(), {" bMaxPacketSize0 64", " bNumConfigurations 1"});
-    return Hub(Plain(description, "2.00", "Not available"), " 6", " 0x00e0", " 4", ports);
+// The external hub: its port block runs on through the device qualifier up to the status line.
+Dev ExternalHub(const std::string& description, const Strings& ports, const Strings& qualifierClass) {
+    Strings after = {" Device Qualifier (for other device speed):", " bLength 10", " bDescriptorType 6",
+                     " bcdUSB 2.00"};
+    after.insert(after.end(), qualifierClass.begin(), qualifierClass.end());
+    after.insert(after.end(), {" bMaxPacketSize0 64", " bNumConfigurations 1"});
+    return Hub(Plain(description, "2.00", "Not available"), " 6", " 0x00e0", ports, after);
 }
 
+const Dev stick = Plain("Cruzer Blade - SanDisk", "2.00", "4C530001090312117392"),
+          mouse = Plain("USB Optical Mouse - Logitech", "2.00", "Not available");
+
 std::vector<Dev> HandMade(bool factory) {
-    return {RootHub(factory, "EHCI Host Controller" + ehciMaker, "2.00", "0000:00:1d.7",
-                    {" Port 1: 0000.0503 highspeed power enable connect", " Port 2: 0000.0100 power"}),
-            RootHub(factory, "UHCI Host Controller" + uhciMaker, "1.10", "0000:00:1d.0",
-                    {" Port 1: 0000.0103 power enable connect", " Port 2: 0000.0100 power"}),
-            ExternalHub("USB2.0 Hub - Genesys Logic, Inc.",
-                        {" Port 1: 0000.0103 power enable connect", " Port 2: 0000.0303 lowspeed power enable connect",
-                         " Port 3: 0000.0100 power", " Port 4: 0000.0100 power"},
+    return {RootHub(factory, "EHCI", "2.00", "0000:00:1d.7", {high, off}),
+            RootHub(factory, "UHCI", "1.10", "0000:00:1d.0", {full, off}),
+            ExternalHub("USB2.0 Hub - Genesys Logic, Inc.", {full, low, off, off},
                         {" bDeviceClass 9 Hub", " bDeviceSubClass 0 ", " bDeviceProtocol 0 Full speed (or root) hub"}),
-            Plain("Cruzer Blade - SanDisk", "2.00", "4C530001090312117392"),
-            Plain("USB Optical Mouse - Logitech", "2.00", "Not available"),
-            Plain("USB 10/100/1000 LAN - Realtek", "2.10", "000001")};
+            stick, mouse, Plain("USB 10/100/1000 LAN - Realtek", "2.10", "000001")};
 }
 
 // In the order lsusb printed them; no names from a hardware database.
 std::vector<Dev> Real(bool factory) {
-    return {Plain("USB 10/100/1000 LAN - Realtek", "2.00", "000001"),
-            Plain("Cruzer Blade - SanDisk", "2.00", "4C530001090312117392"),
-            ExternalHub("USB2.0 Hub - 0x05e3",
-                        {" Port 1: 0000.0503 highspeed power enable connect", " Port 2: 0000.0100 power",
-                         " Port 3: 0000.0100 power", " Port 4: 0000.0100 power"},
+    return {Plain("USB 10/100/1000 LAN - Realtek", "2.00", "000001"), stick,
+            ExternalHub("USB2.0 Hub - 0x05e3", {high, off, off, off},
                         {" bDeviceClass 0 ", " bDeviceSubClass 0 ", " bDeviceProtocol 0 "}),
-            RootHub(factory, "EHCI Host Controller" + ehciMaker, "2.00", "0000:00:1d.7",
-                    {" Port 1: 0000.0503 highspeed power enable connect",
-                     " Port 2: 0000.0503 highspeed power enable connect"}),
-            Plain("USB Optical Mouse - Logitech", "2.00", "Not available"),
-            RootHub(factory, "UHCI Host Controller" + uhciMaker, "1.10", "0000:00:1d.0",
-                    {" Port 1: 0000.0303 lowspeed power enable connect", " Port 2: 0000.0100 power"})};
+            RootHub(factory, "EHCI", "2.00", "0000:00:1d.7", {high, high}), mouse,
+            RootHub(factory, "UHCI", "1.10", "0000:00:1d.0", {low, off})};
 }
 
 // Captions count on from `from` over every identification.
@@ -94,20 +84,27 @@ void PrintTo(const TextCase& c, std::ostream* out) { *out << c.name << (c.factor
 
 class LsusbMachine : public ::testing::TestWithParam<TextCase> {};
 
+// A bare testbed without a devices file, where stub lsusb prints `text`; null when this machine has one.
+std::unique_ptr<FakeMachine> LsusbOnly(const std::string& fixture, const std::string& text) {
+    auto m = std::make_unique<FakeMachine>(fixture);
+    if (!m->Remove("testbed/proc/bus/usb/devices")) return nullptr;
+    m->Write("data/lsusb", text);
+    return m;
+}
+
 }  // namespace
 
 TEST_P(LsusbMachine, PublishesEveryDeviceOfTheText) {
     const TextCase& c = GetParam();
-    FakeMachine m(c.rootHubNode ? "ehci_uhci_stick" : "");
-    if (!m.Remove("testbed/proc/bus/usb/devices") || (!c.rootHubNode && !m.Remove("testbed/proc/bus/usb/001/001")))
-        GTEST_SKIP() << "this machine has /proc/bus/usb";
     const std::string text = ReadText(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/" + c.fixture);
-    m.Write("data/lsusb", text);
+    const auto m = LsusbOnly(c.rootHubNode ? "ehci_uhci_stick" : "", text);
+    if (!m || (!c.rootHubNode && !m->Remove("testbed/proc/bus/usb/001/001")))
+        GTEST_SKIP() << "this machine has /proc/bus/usb";
     const std::vector<Dev> devices = c.table(c.factory);
     const size_t n = devices.size();
     const auto controller = std::find_if(devices.begin(), devices.end(), [](const Dev& d) { return !d.tests.empty(); });
     const std::string name = "usbDevice" + std::to_string(controller - devices.begin());
-    const Session s = m.Run(Opening(c.factory, {"run <id/>", "run <id/>", RunTest(name, "rootHubTest")}));
+    const Session s = m->Run(Opening(c.factory, {"run <id/>", "run <id/>", RunTest(name, "rootHubTest")}));
 
     ExpectDevices(s.Nth("run <id/>").answer, category, Numbered(devices, 0));
     EXPECT_EQ(s.Nth("run <id/>").events, DiscoveryEvents(n));
@@ -118,13 +115,11 @@ TEST_P(LsusbMachine, PublishesEveryDeviceOfTheText) {
     // Only bus 1's root hub node counts, whichever controller is tested.
     ExpectRootHubResult(s.Nth("run <runTest"), name, c.rootHubNode);
 
-    const Strings road = {usbfsMount, "sync", "lsusb [-v]", usbfsMount};
-    Strings calls = road;
-    calls.insert(calls.end(), road.begin(), road.end());
-    EXPECT_EQ(m.Calls(), calls);
-    EXPECT_EQ(m.Read("work/devices"), text);
+    EXPECT_EQ(m->Calls(), (Strings{usbfsMount, "sync", "lsusb [-v]", usbfsMount, usbfsMount, "sync", "lsusb [-v]",
+                                   usbfsMount}));
+    EXPECT_EQ(m->Read("work/devices"), text);
     const std::string firstLine = text.substr(1, text.find('\n', 1) - 1);
-    EXPECT_NE(m.Read("work/bang1.txt").find("reformat " + firstLine + "\n \n"), std::string::npos) << firstLine;
+    EXPECT_NE(m->Read("work/bang1.txt").find("reformat " + firstLine + "\n \n"), std::string::npos) << firstLine;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -141,21 +136,20 @@ TEST(LsusbRoad, TextWithoutADeviceFailsEnumeration) {
                                        "\nDevice Descriptor:\n  bLength                18\n"
                                        "  idVendor           0x1d6b \nDevice Status:     0x0001\n  Self Powered\n"}) {
             SCOPED_TRACE((factory ? "factory, lsusb prints: " : "field, lsusb prints: ") + text);
-            FakeMachine m("");
-            if (!m.Remove("testbed/proc/bus/usb/devices")) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
-            m.Write("data/lsusb", text);
-            const Session s = m.Run(Opening(factory, {"run <id/>"}));
+            const auto m = LsusbOnly("", text);
+            if (!m) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
+            const Session s = m->Run(Opening(factory, {"run <id/>"}));
             EXPECT_EQ(s.Nth("run <id/>").answer, ErrorAnswer("Device Failed Enumeration"));
             EXPECT_EQ(s.Nth("run <id/>").events, ErrorEvents("Device Failed Enumeration"));
             // The text lands in "devices"; the road stops before its own mount.
-            EXPECT_EQ(m.Calls(), (Strings{usbfsMount, "sync", "lsusb [-v]"}));
-            EXPECT_EQ(m.Read("work/devices"), text);
+            EXPECT_EQ(m->Calls(), (Strings{usbfsMount, "sync", "lsusb [-v]"}));
+            EXPECT_EQ(m->Read("work/devices"), text);
         }
 }
 
+// A product line far longer than a read, keywords with nothing behind them, a
+// device without configuration, then hundreds of small devices.
 TEST(LsusbRoad, OddTextIsNeverFatal) {
-    // A product line far longer than a read, keywords with nothing behind
-    // them, a device without configuration, then hundreds of small devices.
     std::string text = "\nBus 001 Device 001: ID 1d6b:0002\nDevice Descriptor:\n  iProduct 2 " +
                        std::string(3000, 'P') + "\n  iSerial\n  bcdUSB\nDevice Status:     0x0001\n";
     for (int i = 0; i < 600; ++i)
@@ -163,13 +157,12 @@ TEST(LsusbRoad, OddTextIsNeverFatal) {
                 "  Configuration Descriptor:\n    Interface Descriptor:\n      bInterfaceClass 9 Hub\n"
                 "Device Status:     0x0000\n";
     for (const bool factory : {false, true}) {
-        FakeMachine m("");
-        if (!m.Remove("testbed/proc/bus/usb/devices")) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
-        m.Write("data/lsusb", text);
-        const Element result = Element::Parse(m.Run(Opening(factory, {"run <id/>"})).Nth("run <id/>").answer);
+        const auto m = LsusbOnly("", text);
+        if (!m) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
+        const Element result = Element::Parse(m->Run(Opening(factory, {"run <id/>"})).Nth("run <id/>").answer);
         ASSERT_EQ(result.children.size(), 601u);
-        // The long line came in pieces of one read each (242 letters behind
-        // the key in the first), joined by a blank; no vendor line: no maker.
+        // The long line came in pieces of one read each (242 letters behind the
+        // key in the first), joined by a blank; no vendor line: no maker.
         std::string description = result.children[0].Attr("description");
         EXPECT_EQ(description.find("P P"), 241u) << description.substr(0, 40);
         description.erase(std::remove(description.begin(), description.end(), ' '), description.end());

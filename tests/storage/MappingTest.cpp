@@ -30,22 +30,10 @@ std::string Scan(const std::string& serial, const std::string& text) {
     return found;
 }
 
-const char* const twoBuses =
-    "T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 6\nS:  SerialNumber=0000:00:1d.7\n"
-    "T:  Bus=01 Lev=01 Prnt=01 Port=02 Cnt=01 Dev#=  4 Spd=480  MxCh= 0\nS:  SerialNumber=STICK1\n"
-    "I:  If#= 0 Alt= 0 #EPs= 2 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n"
-    "I:  If#= 1 Alt= 0 #EPs= 2 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n"
-    "T:  Bus=01 Lev=02 Prnt=04 Port=03 Cnt=01 Dev#=  5 Spd=1.5  MxCh= 0\n"
-    "I:  If#= 0 Alt= 0 #EPs= 1 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n"
-    "T:  Bus=01 Lev=01 Prnt=01 Port=04 Cnt=02 Dev#=  6 Spd=480  MxCh= 0\n"
-    "I:  If#= 0 Alt= 0 #EPs= 1 Cls=03(HID  ) Sub=01 Prot=01 Driver=usbhid\n"
-    "T:  Bus=02 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=12   MxCh= 2\nS:  SerialNumber=0000:00:1d.0\n"
-    "T:  Bus=02 Lev=01 Prnt=01 Port=00 Cnt=01 Dev#=  2 Spd=12   MxCh= 0\nS:  SerialNumber=STICK2\n"
-    "I:  If#= 0 Alt= 0 #EPs= 2 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n";
-
 }  // namespace
 
 TEST(PortScan, CollectsStorageInterfacesOfTheOneBus) {
+    const std::string twoBuses = Fixture("storage/data/two_buses.txt");
     // Two storage interfaces give two nodes; a device without a serial line
     // keeps the one before; 1.5 reads as 1.
     EXPECT_EQ(Scan("0000:00:1d.7", twoBuses) + "," + Scan("0000:00:1d.0", twoBuses) + "," + Scan("no such controller", twoBuses),

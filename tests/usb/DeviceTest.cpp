@@ -65,12 +65,7 @@ TEST_F(UsbDeviceTest, UnknownVersionsAndKinds) {
     g_factoryMode = 1;
     // A 1.50 controller has no caption and its ports keep the version text of
     // the one before; a vendor-class device in a port publishes nothing.
-    Discover("T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=12   MxCh= 1\n"
-             "D:  Ver= 1.10 Cls=09(hub  ) Sub=00 Prot=00 MxPS=64 #Cfgs=  1\n"
-             "T:  Bus=02 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=12   MxCh= 2\n"
-             "D:  Ver= 1.50 Cls=09(hub  ) Sub=00 Prot=00 MxPS=64 #Cfgs=  1\n"
-             "T:  Bus=02 Lev=01 Prnt=01 Port=00 Cnt=01 Dev#=  2 Spd=12   MxCh= 0\n"
-             "D:  Ver= 1.10 Cls=ff(vend.) Sub=ff Prot=ff MxPS= 8 #Cfgs=  1\n");
+    Discover(Fixture("usb/data/unknown_versions.txt"));
     const std::string c1 = N(USBDevice::factoryHubCounter + 1), c2 = N(USBDevice::factoryHubCounter + 2);
     const std::vector<XmlObject> xml = IdentifyAll();
     ASSERT_EQ(xml.size(), 5u);

@@ -75,16 +75,7 @@ TEST_F(ParserTest, TreesOfKernelText) {
     EXPECT_TRUE(tree.usb20Devices.empty()) << "a 5000 Mbit/s stick is no USB 2.0 device";
 
     // OHCI and an unknown controller; the last interface line names the class.
-    root = Parse("T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=12   MxCh= 3\n"
-                 "D:  Ver= 1.10 Cls=09(hub  ) Sub=00 Prot=00 MxPS=64 #Cfgs=  1\n"
-                 "S:  Manufacturer=Linux 2.6.5 ohci_hcd\nS:  Product=OHCI Host Controller\n"
-                 "T:  Bus=01 Lev=01 Prnt=01 Port=01 Cnt=01 Dev#=  2 Spd=12   MxCh= 0\n"
-                 "D:  Ver= 1.10 Cls=00(>ifc ) Sub=00 Prot=00 MxPS= 8 #Cfgs=  1\n"
-                 "I:  If#= 0 Alt= 0 #EPs= 2 Cls=08(stor.) Sub=06 Prot=50 Driver=usb-storage\n"
-                 "I:  If#= 1 Alt= 0 #EPs= 1 Cls=03(HID  ) Sub=01 Prot=01 Driver=usbhid\n"
-                 "T:  Bus=02 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=12   MxCh= 2\n"
-                 "D:  Ver= 1.00 Cls=09(hub  ) Sub=00 Prot=00 MxPS=64 #Cfgs=  1\n"
-                 "S:  Manufacturer=Linux 2.6.5 sl811-hcd\nS:  Product=SL811HS\n");
+    root = Parse(Fixture("usb/data/ohci_and_unknown.txt"));
     ASSERT_EQ(root->maxChildren, 2);
     EXPECT_EQ(root->children[0]->product + "|" + root->children[1]->product, "USB 1.10 Controller OHCI|USB 1.00 Unknown Controller Type");
     EXPECT_EQ(root->children[0]->children[1]->class_x + "|" + std::to_string(root->children[0]->children[1]->kind), "USB hid|666");

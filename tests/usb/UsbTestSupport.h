@@ -145,4 +145,3 @@ inline std::string Summary(const XmlObject& xml) {
     return text + "]";
 }
 inline std::string Caption(const XmlObject& xml) { return xml.GetAttributeValue(xmldef::caption); }
-inline std::string Head(const XmlObject& xml) { return Caption(xml) + " / " + xml.GetAttributeValue(xmldef::description); }

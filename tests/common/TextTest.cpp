@@ -33,7 +33,7 @@ void BuildPugi(const XmlObject& from, pugi::xml_node parent) {
     for (const XmlObject& child : from.children) BuildPugi(child, node);
 }
 
-TEST(StrNumCmp, DigitRunsCompareByValue) {
+TEST(TextHelpers, NaturalOrderTokensTrimFormatAndElapsedTime) {
     const struct { const char *a, *b; int expected; } cases[] = {
         {"usbDevice2", "usbDevice10", -1}, {"usbDevice10", "usbDevice9", 1}, {"usbDevice3", "usbDevice3", 0},
         {"usbDevice", "usbDevice0", -1}, {"a2b10", "a2b9", 1}, {"a01", "a1", 1}, {"abc", "abd", -1}, {"", "", 0},
@@ -43,9 +43,7 @@ TEST(StrNumCmp, DigitRunsCompareByValue) {
     for (const auto& c : cases)
         EXPECT_EQ(std::make_pair(sign(strnumcmp(c.a, c.b)), sign(strnumcmp(c.b, c.a))),
                   std::make_pair(c.expected, -c.expected)) << c.a << " vs " << c.b;
-}
 
-TEST(Tokenizer, SeparatorsEmptyTokensAndLeftOver) {
     // Each token, its separator ('|' at the end) and what is left behind it, then one more token past the end.
     auto split = [](const char* text, const char* separators) {
         std::string out;
@@ -61,9 +59,7 @@ TEST(Tokenizer, SeparatorsEmptyTokensAndLeftOver) {
     EXPECT_EQ(split("3*-2", "*-"), "3*-2 -2 2| []");
     EXPECT_EQ(split("a b ", " "), "a b  b  []");  // nothing left behind a trailing one
     EXPECT_EQ(split("", " "), "[]");
-}
 
-TEST(TextHelpers, TrimFormatAndElapsedTime) {
     EXPECT_EQ(StringParseUtility::Trim("  2.00 \r\n", 0) + "|" + StringParseUtility::Trim(" \t ", 0), "2.00|");
     std::string wide(1000, 'x');
     EXPECT_EQ(strprintf("%s-%d", wide.c_str(), 7), wide + "-7");

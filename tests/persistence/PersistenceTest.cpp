@@ -173,7 +173,7 @@ TEST(Persist, GraphComesBackWithItsReferencesInAFixedByteFormat) {
     EXPECT_EQ(child->children.at(0)->parent, child);
 }
 
-TEST(Persist, ObjectReachedTwiceIsStoredOnce) {
+TEST(Persist, ObjectReachedTwiceIsStoredOnceAndADroppedDuplicateCannotBeReferenced) {
     TestShare share, apart;
     share.first = share.second = new TestLeaf("shared");
     const std::string bytes = Store(&share);
@@ -192,19 +192,17 @@ TEST(Persist, ObjectReachedTwiceIsStoredOnce) {
     std::unique_ptr<TestNode> many = Load<TestNode>(Store(&top));
     EXPECT_EQ(Store(many.get()), Store(&top));
     EXPECT_EQ(many->children.at(4063)->favourite, many->children[4063]->leaves.at(0));
-}
 
-// Two leaves that sort equal: the second is dropped and released, and a later
-// reference to it is refused rather than left dangling.
-TEST(Persist, DuplicateInSetIsDroppedAndCannotBeReferenced) {
-    auto bytes = [](uint32_t favourite) {
+    // Two leaves in a set that sort equal: the second is dropped and released, and a
+    // later reference to it is refused rather than left dangling.
+    auto set = [](uint32_t favourite) {
         return kNodeStart + U32(2) + New("TestLeaf") + Leaf(1, "x") + New("TestLeaf") + Leaf(2, "x") + Ref(favourite) +
                U32(0);
     };
-    std::unique_ptr<TestNode> node = Load<TestNode>(bytes(1));
+    std::unique_ptr<TestNode> node = Load<TestNode>(set(1));
     ASSERT_EQ(node->tagged.size(), 1u);
     EXPECT_EQ(std::make_pair((*node->tagged.begin())->number, node->favourite), std::make_pair(1, *node->tagged.begin()));
-    EXPECT_EQ(ReadFailure(bytes(2)), "reference to released object 2");
+    EXPECT_EQ(ReadFailure(set(2)), "reference to released object 2");
 }
 
 TEST(Persist, StateFileIsWrittenOnCloseOrDestructionAndForeignFilesAreRefused) {

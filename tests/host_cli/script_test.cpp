@@ -122,7 +122,8 @@ TEST_F(HostProgram, TestsShowLogProgressAndResultAndTheWorstOutcomeDecidesTheSta
                                "rootHubTest", "retries=9", "version"});
     EXPECT_EQ(mixed.status, 3);
     EXPECT_HAS(mixed.out,
-               "log: Error: TvkError - Invalid Command;Invalid Command: frobnicate\nError: Invalid Command: frobnicate\n",
+               "log: Error: TvkError - Invalid Command;Invalid Command: frobnicate\n"
+               "Error: Invalid Command: frobnicate\n",
                "Result: rootHubTest on usbDevice9: failed\n  error: Device not found: usbDevice9\n",
                "  error: Device, Parameter outside acceptable range, Ran on CPU ", "Version: 8.6.0.3755A");
     // A test that fails and one that passes: the failure wins.

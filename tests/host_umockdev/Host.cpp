@@ -268,7 +268,8 @@ Session FakeMachine::Run(const Strings& script) {
     const std::string command = "cd '" + folder + "/work' && UMOCKDEV_DIR='" + folder + "/testbed' PATH='" + folder +
                                 "/stubs':\"$PATH\" ASAN_OPTIONS='" + (asan ? asan : "") + ":verify_asan_link_order=0' "
                                 "umockdev-wrapper /proc/" + std::to_string(getpid()) + "/exe --host-session '" +
-                                folder + "/script.txt' '" + folder + "/transcript.txt' >'" + folder + "/session.out' 2>&1";
+                                folder + "/script.txt' '" + folder + "/transcript.txt' >'" + folder +
+                                "/session.out' 2>&1";
     // Opening a testbed file under /dev connects to the ioctl socket: accepted here while the host runs.
     std::atomic<bool> done{false};
     std::thread server([&] {

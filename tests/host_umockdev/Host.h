@@ -90,8 +90,10 @@ inline std::string LogEvent(const std::string& caption, const std::string& descr
     return "<diagEvent component=\"libzorbus.so\" caption=\"" + caption + "\" description=\"" + description + "\"/>";
 }
 
-inline std::string ErrorAnswer(const std::string& key) {
-    return "<error errorCode=\"TvkError\" key=\"" + key + "\" detail=\"\">" + key + "</error>";
+// An error element: its text is the key, and the detail behind it when there is one.
+inline std::string Error(const std::string& key, const std::string& detail = "", const std::string& extra = "") {
+    return "<error errorCode=\"TvkError\" key=\"" + key + "\" detail=\"" + detail + "\"" + extra + ">" + key +
+           (detail.empty() ? "" : ": " + detail) + "</error>";
 }
 
 // A USB device's own caption and description stay "Device"; the host reads what it shows from the element.

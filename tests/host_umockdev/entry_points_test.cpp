@@ -8,11 +8,7 @@ namespace {
 const std::string success = "<diagOutput type=\"setCallback\" status=\"Success\"/>";
 const std::string init = "init <init component=\"libzorbus.so\"/>";
 
-std::string Error(const std::string& key, const std::string& detail, const std::string& extra = "") {
-    return "<error errorCode=\"TvkError\" key=\"" + key + "\" detail=\"" + detail + "\"" + extra + ">" + key +
-           (detail.empty() ? "" : ": " + detail) + "</error>";
-}
-const std::string uninitialized = Error("Uninitialized Test Component", "");
+const std::string uninitialized = Error("Uninitialized Test Component");
 std::string Invalid(const std::string& name) { return Error("Invalid Command", name); }
 std::string Malformed(const std::string& detail) { return Error("Malformed XML", detail); }
 Strings InvalidEvent(const std::string& name) {

@@ -11,6 +11,8 @@ const std::string usbfsMount = "mount [-t] [usbfs] [none] [/proc/bus/usb]";
 const std::string off = "0100 power", full = "0103 power enable connect", high = "0503 highspeed power enable connect",
                   low = "0303 lowspeed power enable connect";
 
+std::string N(size_t n) { return std::to_string(n); }
+
 Dev Plain(const std::string& description, const std::string& version, const std::string& serial) {
     return {"", description, {{"TypeInfo", "USB Type", version}, {"SerialNumber", "Serial Number", serial}}, {}};
 }
@@ -21,17 +23,17 @@ Dev Hub(Dev d, const std::string& type, const std::string& characteristic, const
     d.properties.insert(d.properties.end(), {{"HubTypeInfo", "USB Hub", type},
                                              {"HubCharacteristic", "USB Hub Characteristic", characteristic},
                                              {"HubDeviceRemovable", "USB Device Removable", " 0x00"},
-                                             {"HubNumPort", "Number of hub ports", " " + std::to_string(ports.size())}});
+                                             {"HubNumPort", "Number of hub ports", " " + N(ports.size())}});
     for (size_t p = 0; p < ports.size(); ++p)
-        d.properties.push_back({"usbPortnum", " ", " Port " + std::to_string(p + 1) + ": 0000." + ports[p]});
+        d.properties.push_back({"usbPortnum", " ", " Port " + N(p + 1) + ": 0000." + ports[p]});
     for (const std::string& line : after) d.properties.push_back({"usbPortnum", " ", line});
     return d;
 }
 
 Dev RootHub(bool factory, const std::string& kind, const std::string& version, const std::string& serial,
             const Strings& ports) {
-    Dev d = Hub(Plain(kind + " Host Controller" + linux61 + (kind == "EHCI" ? "ehci_hcd" : "uhci_hcd"), version, serial),
-                " 41", " 0x000a", ports);
+    const std::string driver = kind == "EHCI" ? "ehci_hcd" : "uhci_hcd";
+    Dev d = Hub(Plain(kind + " Host Controller" + linux61 + driver, version, serial), " 41", " 0x000a", ports);
     d.tests = factory ? Strings{"rootHubTest", "usbLoopbackTest", "FileWriteCompareTest"}
                       : Strings{"rootHubTest", "FileWriteCompareTest"};
     return d;
@@ -139,7 +141,7 @@ TEST(LsusbRoad, TextWithoutADeviceFailsEnumeration) {
             const auto m = LsusbOnly("", text);
             if (!m) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
             const Session s = m->Run(Opening(factory, {"run <id/>"}));
-            EXPECT_EQ(s.Nth("run <id/>").answer, ErrorAnswer("Device Failed Enumeration"));
+            EXPECT_EQ(s.Nth("run <id/>").answer, Error("Device Failed Enumeration"));
             EXPECT_EQ(s.Nth("run <id/>").events, ErrorEvents("Device Failed Enumeration"));
             // The text lands in "devices"; the road stops before its own mount.
             EXPECT_EQ(m->Calls(), (Strings{usbfsMount, "sync", "lsusb [-v]"}));

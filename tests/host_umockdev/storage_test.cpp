@@ -45,7 +45,7 @@ struct Drives : FakeMachine {
     }
     void Play(const std::string& test, const std::vector<Case>& cases) {
         for (const Case& c : cases) {
-            SCOPED_TRACE(c.device + " " + c.attributes + (c.writes.empty() ? "" : " after writing " + c.writes[0].first));
+            SCOPED_TRACE(c.device + " " + c.attributes + (c.writes.empty() ? "" : " after " + c.writes[0].first));
             for (const auto& file : c.writes) Write(file.first, file.second);
             Strings calls;
             std::vector<int> progress;
@@ -69,8 +69,8 @@ TEST(StorageTests, TwoDrivesAreWrittenAndReadBackAndASlowOneFailsThePortTest) {
     m.Write("testbed/dev/sde", blank);
     m.Write("testbed/dev/sdf", blank);
     // The slow stick is no high-speed drive and is not touched.
-    m.Play(fwc, {{{}, "usbDevice0", "numUSBdrives=\"2\"", {"passed", "", ""}, {"sg_scan", "sg_map", "sg_scan", "sg_map"},
-                  {0, 1, 33, 66, 99, 100}}});
+    m.Play(fwc, {{{}, "usbDevice0", "numUSBdrives=\"2\"", {"passed", "", ""},
+                  {"sg_scan", "sg_map", "sg_scan", "sg_map"}, {0, 1, 33, 66, 99, 100}}});
     EXPECT_EQ(m.Read("testbed/dev/sde"), written);
     EXPECT_EQ(m.Read("testbed/dev/sdf"), written);
 
@@ -114,7 +114,8 @@ TEST(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
              {"failed", "Incorrect number of USB Devices", "",
               "Plug in three sticks. Number of USB Devices Connected:1, Number of USB Devices Expected:3 (try #2)"}},
             {{}, b, "numUSBdrives=\"33\"",
-             {"failed", "Parameter outside acceptable range", "You entered 33, please enter a value between 1 and 32"}}});
+             {"failed", "Parameter outside acceptable range",
+              "You entered 33, please enter a value between 1 and 32"}}});
     EXPECT_EQ(m.Read("testbed/dev/sdb"), blank);
     EXPECT_FALSE(m.AnyFileNamed("PWNED"));
     // Another drive's partition mounted: this one is written and read back.

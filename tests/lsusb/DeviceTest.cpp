@@ -1,5 +1,4 @@
-// The lsusb road's device: names and their fallbacks, properties, where tests
-// hang, the caption counter, the catalogue template, the root hub test.
+// The lsusb road device: name fallbacks, where tests hang, caption counter, template, root hub test.
 #include "common/StringUtil.h"
 #include "common/TvkError.h"
 #include "tc/usb/linux/RootHubTest.h"

@@ -1,5 +1,4 @@
-// The per-device parser: what each level stores (raw, with its leading blank),
-// block cutting, the class-wide gates, odd text.
+// The per-device parser: raw values per level, block cutting, the class-wide gates, odd text.
 #include <functional>
 #include <memory>
 #include <stdexcept>

@@ -1,5 +1,4 @@
-// Discovery from `lsusb -v` text: counting, cutting, failures; records'
-// ownership, stored forms, copies. Whole machines run in the host tests.
+// lsusb discovery (counting, cutting, failures) and the records' ownership, stored forms and copies.
 #include "common/TvkError.h"
 #include "usb/UsbTestSupport.h"
 

@@ -1,5 +1,4 @@
-// From a serial number to a disk: the port scan of the devices file, the
-// usb-storage files, sg_scan and sg_map lines, the mount table.
+// From a serial number to a disk: port scan, usb-storage files, sg_scan/sg_map lines, mount table.
 #include <map>
 #include <stdexcept>
 

@@ -1,5 +1,4 @@
-// Tools run without a shell, the scratch file never followed through a link,
-// mounting, and the storage tests' own steps; whole runs are in the host tests.
+// Tools without a shell, the scratch file never followed through a link, mounting, test steps.
 #include <fcntl.h>
 #include <sys/wait.h>
 

@@ -1,5 +1,4 @@
-// Devices of the devices-file road in both modes: what each publishes, numbers
-// and counters, the catalogue template, the root hub probe.
+// Devices-file road devices: what they publish beyond the host tests, numbers, template, root hub probe.
 #include "UsbTestSupport.h"
 #include "common/StringUtil.h"
 #include "common/TvkError.h"

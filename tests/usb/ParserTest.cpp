@@ -1,5 +1,4 @@
-// The devices-file parser: trees of real and odd kernel text, failures with
-// their texts, text beyond the arrays, naming, the USB 2.0 selection, file reading.
+// The devices-file parser: kernel text, failures with their texts, text beyond the arrays, names, selection.
 #include "UsbTestSupport.h"
 #include "common/TvkError.h"
 

@@ -1,5 +1,4 @@
-// USB devices in the state stream: a shared tree comes back as one tree held by
-// all its devices, copies share it, damaged streams are refused without leaks.
+// USB devices in the state stream: one shared tree comes back, copies share it, damage is refused.
 #include "UsbTestSupport.h"
 #include "common/TvkError.h"
 

@@ -1,5 +1,4 @@
-// Shared by the USB test programs: mode switch, scratch folder with stub
-// tools, a recording component and readers of device elements.
+// Shared by the USB test programs: mode switch, scratch folder with stub tools, recording component.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
-// The descriptor, loopback and speed tests: catalogue elements, counting,
-// prompts, the PCI and memory services behind the speed test, stored forms.
+// Descriptor, loopback and speed tests: elements, counting, prompts, PCI and memory services, stored forms.
 #include <algorithm>
 
 #include "platform/HostServices.h"

@@ -18,21 +18,10 @@ struct ReaderLog {
 } g_reader;
 std::vector<unsigned int> g_pauses;
 
-std::string Device(int port, const char* speed, const char* product, const char* cls) {
-    return "T:  Bus=01 Lev=01 Prnt=01 Port=0" + std::to_string(port) + " Cnt=01 Dev#=  " + std::to_string(port + 2) + " Spd=" + speed +
-           "  MxCh= 0\nD:  Ver= 2.00 Cls=00(>ifc ) Sub=00 Prot=00 MxPS=64 #Cfgs=  1\nS:  Product=" + product +
-           "\nI:  If#= 0 Alt= 0 #EPs= 2 Cls=" + cls + " Sub=06 Prot=50 Driver=usb-storage\nE:  Ad=81(I) Atr=02(Bulk) MxPS= 512 Ivl=0ms\n";
-}
-// One loopback that counts; full speed, tape, RDX and no storage interface do not.
-const std::string oneLoopback = "T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 6\n"
-                                "D:  Ver= 2.00 Cls=09(hub  ) Sub=00 Prot=01 MxPS=64 #Cfgs=  1\n" +
-                                Device(0, "480", "Loopback", "08(stor.)") + Device(1, "12 ", "Slow", "08(stor.)") +
-                                Device(2, "480", "DAT tape", "08(stor.)") + Device(3, "480", "RDX dock", "08(stor.)") +
-                                Device(4, "480", "Printer", "07(print)");
-
 class LoggingReader : public LiteralReader {
 public:
-    LoggingReader() : LiteralReader(oneLoopback, g_reader.opens) { ++g_reader.made; }
+    // One loopback that counts; full speed, tape, RDX and no storage interface do not.
+    LoggingReader() : LiteralReader(Fixture("usbtests/data/one_loopback.txt"), g_reader.opens) { ++g_reader.made; }
     bool setDevicesFile() override { return ++g_reader.chosen, devicesFile = "chosen source", true; }
     bool open() override { return g_reader.openedPaths.push_back(devicesFile ? devicesFile : ""), LiteralReader::open(); }
 };

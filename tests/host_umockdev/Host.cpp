@@ -281,10 +281,7 @@ Session FakeMachine::Run(const Strings& script) {
     const int status = std::system(command.c_str());
     done = true;
     server.join();
-    Session session;
-    session.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    session.errors = Read("session.out");
-    session.steps = ReadTranscript(folder + "/transcript.txt");
-    EXPECT_EQ(session.status, 0) << session.errors;
+    const Session session{Read("session.out"), ReadTranscript(folder + "/transcript.txt")};
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status << ": " << session.errors;
     return session;
 }

@@ -38,7 +38,6 @@ struct Step {
 };
 
 struct Session {
-    int status = -1;     // of the host process; 128 + n for signal n
     std::string errors;  // its standard output and error
     std::vector<Step> steps;
     const Step& Nth(const std::string& prefix, size_t n = 0) const {

@@ -26,12 +26,14 @@ protected:
         waitpid(child, &status, 0);
         if (geteuid() != 0 || status != 0) GTEST_SKIP() << "no root, or unshare(CLONE_NEWNS) is refused here";
         // A copy, since the root hub probe opens the nodes for writing.
-        ASSERT_EQ(std::system(("cp -r " + Quoted(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/kernel_paths/.") +
-                               " " + Quoted(machine)).c_str()), 0);
+        std::filesystem::copy(ZORBUS_SOURCE_DIR "/tests/fixtures/kernel_paths", machine,
+                              std::filesystem::copy_options::recursive);
         procBus = ProcBus();
     }
     void TearDown() override {
-        if (!IsSkipped()) EXPECT_EQ(ProcBus(), procBus) << "the machine's /proc/bus changed";
+        if (!IsSkipped()) {
+            EXPECT_EQ(ProcBus(), procBus) << "the machine's /proc/bus changed";
+        }
     }
     HostRun Run(Args args) const {
         args.insert(args.begin(), {"--kernel-paths", "--devices-source", machine + "/debug/usb/devices",
@@ -55,13 +57,13 @@ TEST_F(KernelPaths, DevicesTextAndNodesStandWhereTheComponentReadsThem) {
                "Result: rootHubTest on usbDevice2: passed");
 
     // Without the first root hub's node the root hub test fails.
-    ASSERT_EQ(std::system(("rm -r " + Quoted(machine + "/dev/bus/usb/001")).c_str()), 0);
+    ASSERT_TRUE(std::filesystem::remove_all(machine + "/dev/bus/usb/001"));
     const HostRun failed = Run({"id", "test", "usbDevice0", "rootHubTest", "retries=0"});
     EXPECT_EQ(failed.status, 1) << failed.out << failed.err;
     EXPECT_HAS(failed.out, "kernel paths: /proc/bus/usb/BBB <- " + machine + "/dev/bus/usb/BBB (1 bus)\n",
                "  error: Device, Unable to detect root hub, Ran on CPU ");
 
-    ASSERT_EQ(std::system(("rm -r " + Quoted(machine + "/dev/bus/usb")).c_str()), 0);
+    ASSERT_TRUE(std::filesystem::remove_all(machine + "/dev/bus/usb"));
     const HostRun none = Run({"id"});
     EXPECT_EQ(none.status, 0);
     EXPECT_HAS(none.out, "kernel paths: no usbfs nodes under " + machine +

@@ -1,7 +1,9 @@
 #include "Host.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -263,13 +265,28 @@ Session FakeMachine::Run(const Strings& script) {
     for (const std::string& line : script) text += line + "\n";
     Write("script.txt", text);
     Remove("transcript.txt");
-    // gcc's ASan runtime refuses to start behind the umockdev preload unless told.
+    // Started without a shell. gcc's ASan runtime refuses to start behind the
+    // umockdev preload unless told.
     const char* asan = getenv("ASAN_OPTIONS");
-    const std::string command = "cd '" + folder + "/work' && UMOCKDEV_DIR='" + folder + "/testbed' PATH='" + folder +
-                                "/stubs':\"$PATH\" ASAN_OPTIONS='" + (asan ? asan : "") + ":verify_asan_link_order=0' "
-                                "umockdev-wrapper /proc/" + std::to_string(getpid()) + "/exe --host-session '" +
-                                folder + "/script.txt' '" + folder + "/transcript.txt' >'" + folder +
-                                "/session.out' 2>&1";
+    std::vector<std::string> env = {"UMOCKDEV_DIR=" + folder + "/testbed",
+                                    "PATH=" + folder + "/stubs:" + (getenv("PATH") ? getenv("PATH") : "/usr/bin:/bin"),
+                                    "ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":verify_asan_link_order=0"};
+    for (char** e = environ; *e; ++e)
+        if (std::strncmp(*e, "PATH=", 5) && std::strncmp(*e, "ASAN_OPTIONS=", 13)) env.push_back(*e);
+    std::vector<std::string> args = {"umockdev-wrapper", "/proc/" + std::to_string(getpid()) + "/exe", "--host-session",
+                                     folder + "/script.txt", folder + "/transcript.txt"};
+    auto pointers = [](std::vector<std::string>& texts) {
+        std::vector<char*> list;
+        for (std::string& t : texts) list.push_back(&t[0]);
+        list.push_back(nullptr);
+        return list;
+    };
+    std::vector<char*> argv = pointers(args), envp = pointers(env);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addchdir_np(&actions, (folder + "/work").c_str());
+    posix_spawn_file_actions_addopen(&actions, 1, (folder + "/session.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_adddup2(&actions, 1, 2);
     // Opening a testbed file under /dev connects to the ioctl socket: accepted here while the host runs.
     std::atomic<bool> done{false};
     std::thread server([&] {
@@ -278,7 +295,11 @@ Session FakeMachine::Run(const Strings& script) {
             if (poll(&p, 1, 20) > 0) accepted.push_back(accept(ioctlSocket, nullptr, nullptr));
         for (int fd : accepted) close(fd);
     });
-    const int status = std::system(command.c_str());
+    pid_t child = -1;
+    const int spawned = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    int status = -1;
+    if (spawned == 0) waitpid(child, &status, 0);
     done = true;
     server.join();
     const Session session{Read("session.out"), ReadTranscript(folder + "/transcript.txt")};

@@ -16,7 +16,8 @@ namespace {
 
 XmlObject Element(const std::string& name, const std::string& value = "") {
     XmlObject x;
-    x.name = name, x.value = value;
+    x.name = name;
+    x.value = value;
     return x;
 }
 

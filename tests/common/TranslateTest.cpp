@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
@@ -42,7 +43,7 @@ protected:
     }
     void TearDown() override {
         TranslatorReset();
-        EXPECT_EQ(0, std::system(("rm -rf '" + root + "'").c_str()));
+        EXPECT_GT(std::filesystem::remove_all(root), 0u);
     }
     void WriteCatalog(const std::string& language, const std::string& name, const std::string& bytes) {
         mkdir((root + "/" + language).c_str(), 0755);

@@ -35,7 +35,8 @@ protected:
 };
 
 TEST_F(DeviceModel, NamesTakeTheLowestFreeNumberAndSortNaturally) {
-    Add("usbDevice0", false), Add("usbDevice2", false);
+    Add("usbDevice0", false);
+    Add("usbDevice2", false);
     EXPECT_EQ(Add("usbDevice")->name, "usbDevice1");
     EXPECT_EQ(Add("usbDevice7")->name, "usbDevice3");  // its own number gives way
     for (int i = 0; i < 8; ++i) Add("usbDevice");
@@ -68,7 +69,8 @@ TEST_F(DeviceModel, NamesTakeTheLowestFreeNumberAndSortNaturally) {
 
 TEST_F(DeviceModel, DeviceElementLogLineAndAFaultyDeviceKeepsItsErrorInsideItsElement) {
     ModelDevice* d = Add("usbDevice");
-    d->caption = "USB Device 1", d->description = "Mass storage";
+    d->caption = "USB Device 1";
+    d->description = "Mass storage";
     d->AddProperty(new Property("SpeedInfo", "USB Speed", "480 MBit/s"));
     d->AddInterface("usbDevice9", "Hub", "up", parentRole);
     d->AddInterface("usbDevice8", "Disk", "down", childRole);
@@ -81,10 +83,15 @@ TEST_F(DeviceModel, DeviceElementLogLineAndAFaultyDeviceKeepsItsErrorInsideItsEl
               "<interface name=\"x\" caption=\"c\" description=\"d\"/></device>");
     // Empty caption: the name is logged; a description inside the caption is
     // not repeated; the catalogue form skips Initialize.
-    d->caption = "", d->description = "Storage", d->className = "usbDevice", d->failIn = "Initialize";
+    d->caption = "";
+    d->description = "Storage";
+    d->className = "usbDevice";
+    d->failIn = "Initialize";
     XmlObject element(d->ID(true));
     EXPECT_EQ(Values(element, {"class", "caption"}) + "|" + element.children.at(0).name, "usbDevice||template");
-    d->caption = d->description = "Device", d->className = "", d->failIn = "";
+    d->caption = d->description = "Device";
+    d->className = "";
+    d->failIn = "";
     d->ID(false);
     const std::string discovered = "<diagEvent component=\"libzorbus.so\" caption=\"Device Discovered\" description=";
     EXPECT_EQ(host.events, (std::vector<std::string>{discovered + "\"USB Device 1 - Mass storage\"/>",
@@ -122,7 +129,9 @@ TEST_F(DeviceModel, TestsListCopiesAndTheStoredForm) {
     EXPECT_EQ(element.children.at(0).name + "|" + Values(element.children[0], {"name"}), "test|gamma");
 
     ModelDevice* d = Add("usbDevice");
-    d->caption = "first", d->locked = true, d->className = "special";
+    d->caption = "first";
+    d->locked = true;
+    d->className = "special";
     d->AddInterface("usbDevice1", "second", "child", childRole);
     d->AddTest(new ScriptedTest("alpha", d));
     d->AddProperty(new Property("p", "c", "v"));

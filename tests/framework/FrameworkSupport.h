@@ -26,7 +26,9 @@ struct Host {
     std::function<void(const XmlObject&)> onEvent;  // runs inside the callback
     void Reset() {
         std::lock_guard<std::mutex> lock(mutex);
-        events.clear(), promptReply = 0, onEvent = nullptr;
+        events.clear();
+        promptReply = 0;
+        onEvent = nullptr;
     }
     std::vector<XmlObject> Events(const std::string& only = "") {
         std::lock_guard<std::mutex> lock(mutex);
@@ -108,7 +110,9 @@ protected:
         pTestComponent->componentName = "libzorbus.so";
         pTestComponent->eventCallback = RecordEvent;
         pTestComponent->devices.insert(device = new FakeDevice("dev0"));
-        device->caption = "Dev Caption", device->description = "Dev Desc", device->className = "FakeClass";
+        device->caption = "Dev Caption";
+        device->description = "Dev Desc";
+        device->className = "FakeClass";
     }
     void TearDown() override { delete std::exchange(pTestComponent, nullptr); }
     ScriptedTest* AddTest(const std::string& name, const std::string& caption = "Test Caption") {

@@ -112,7 +112,10 @@ TEST_F(FrameworkTest, TestDestroyedWhileTheHostAnswersWaitsForThePrompt) {
     std::vector<std::string> options{"A", "B"};
     test->ConcurrentPromptUser("Q", options, "button", "1", "1");
     asked.get_future().wait();
-    std::thread releaser([&] { std::this_thread::sleep_for(std::chrono::milliseconds(100)), release.set_value(); });
+    std::thread releaser([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        release.set_value();
+    });
     delete test;
     EXPECT_TRUE(callbackReturned);
     releaser.join();
@@ -132,10 +135,14 @@ protected:
         device->AddTest(test = new ScriptedTest("slow", device));
         device->AddDiagnosis(new ScriptedDiagnosis("d", device));
     }
-    void TearDown() override { Uninitialize(nullptr), host.Reset(); }
+    void TearDown() override {
+        Uninitialize(nullptr);
+        host.Reset();
+    }
     static std::string Execute(const std::string& xml) {
         std::string answer = ExecuteXMLCommand(xml.c_str());
-        return FreeLastExecuteXMLCommandResult(), answer;
+        FreeLastExecuteXMLCommandResult();
+        return answer;
     }
 };
 
@@ -161,7 +168,11 @@ TEST_F(Dispatch, CancelFromInsideTheCallback) {
 TEST_F(Dispatch, CancelFromASecondThread) {
     std::promise<void> inTry, cancelSent;
     std::string cancelAnswer;
-    test->body = [&, sent = cancelSent.get_future().share()](ScriptedTest&, int) { return inTry.set_value(), sent.wait(), false; };
+    test->body = [&, sent = cancelSent.get_future().share()](ScriptedTest&, int) {
+        inTry.set_value();
+        sent.wait();
+        return false;
+    };
     std::thread canceller([&, tried = inTry.get_future()] {
         tried.wait();
         cancelAnswer = Execute(cancelCommand);

@@ -15,7 +15,8 @@ TEST_F(FrameworkTest, PassingRunSendsItsEventsInOrderAndAResult) {
     test->body = [](ScriptedTest& t, int) {
         t.SetProgress(1, 3);
         t.SetOperationCaption("Step A");
-        return t.output << "some output", true;
+        t.output << "some output";
+        return true;
     };
     XmlObject result = RunTest("t1", "loop=\"4\" recordNum=\"9\"");
     std::vector<XmlObject> events = host.Events();
@@ -154,7 +155,8 @@ TEST_F(FrameworkTest, CatalogueElementHasItsAttributesInOrder) {
               "retries<parameter name=\"mode\" caption=\"Mode\" description=\"The mode\" type=\"string\" "
               "defaultValue=\"fast\"/>");
     test->romTest = test->runMeNow = true;
-    test->disableUITime = 30, test->unavailable = "not here";
+    test->disableUITime = 30;
+    test->unavailable = "not here";
     XmlObject rom(test->GetXmlString());
     EXPECT_EQ(AttributeNames(rom), names + " runMeNow disableUITime unavailable");
     EXPECT_EQ(rom.children.size(), 1u);  // no retries parameter
@@ -244,7 +246,8 @@ TEST_F(FrameworkTest, DiagnosisRunTurnsEveryFailureIntoAnErrorChild) {
 // The refusal's second text, or "accepted".
 std::string refusal(NumericParameter<int>& p, const std::string& text) {
     try {
-        return p.SetValue(text), "accepted";
+        p.SetValue(text);
+        return "accepted";
     } catch (FrontendError& e) {
         EXPECT_EQ(e.GetMessage(), "Parameter outside acceptable range");
         return e.GetDetail();
@@ -260,7 +263,10 @@ NumericParameter<int> bounded(int min, int max) {
 TEST_F(FrameworkTest, ParametersTakeTheirDefaultOnEveryRunWithoutAValueAndTheListStopsAtTheFirstRefusal) {
     StringParameter mode;
     ScriptedTest* test = AddTest("t1");
-    test->onSetParameters = [&mode](ScriptedTest& t) { mode.Set("mode", "Mode", "", "fast"), t.AddParameter(&mode); };
+    test->onSetParameters = [&mode](ScriptedTest& t) {
+        mode.Set("mode", "Mode", "", "fast");
+        t.AddParameter(&mode);
+    };
     std::vector<std::string> seen;
     test->body = [&](ScriptedTest&, int) { return seen.push_back(mode.GetValue()), true; };
     for (const char* attributes : {"mode=\"slow\"", "", "mode=\"\""}) RunTest("t1", attributes);

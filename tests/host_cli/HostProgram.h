@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -40,8 +41,8 @@ inline size_t Count(const std::string& text, const std::string& needle) {
 inline std::string TemporaryFolder() {
     static struct Made : std::vector<std::string> {
         ~Made() {
-            for (const std::string& folder : *this)
-                if (std::system(("rm -rf " + Quoted(folder)).c_str()) != 0) continue;
+            std::error_code ignored;
+            for (const std::string& folder : *this) std::filesystem::remove_all(folder, ignored);
         }
     } made;
     char pattern[] = "/tmp/zorbus-host-cli.XXXXXX";
@@ -52,11 +53,18 @@ inline std::string TemporaryFolder() {
 // A copy of tests/fixtures/NAME as "machine", do-nothing mount, sync and lsusb
 // in "stubs", and "run" as working folder.
 inline std::string CopyMachine(const std::string& fixture) {
-    const std::string folder = TemporaryFolder(), stubs = Quoted(folder + "/stubs/");
-    return std::system(("cp -r " + Quoted(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/" + fixture) + " " +
-                        Quoted(folder + "/machine") + " && mkdir " + stubs + " " + Quoted(folder + "/run") +
-                        " && for t in mount sync lsusb; do printf '#!/bin/sh\\nexit 0\\n' > " + stubs +
-                        "$t && chmod 755 " + stubs + "$t; done").c_str()) == 0 ? folder : "";
+    namespace fs = std::filesystem;
+    const std::string folder = TemporaryFolder();
+    std::error_code failed;
+    fs::copy(ZORBUS_SOURCE_DIR "/tests/fixtures/" + fixture, folder + "/machine", fs::copy_options::recursive, failed);
+    if (failed || !fs::create_directory(folder + "/run") || !fs::create_directory(folder + "/stubs")) return "";
+    for (const char* tool : {"mount", "sync", "lsusb"}) {
+        const std::string stub = folder + "/stubs/" + tool;
+        std::ofstream(stub) << "#!/bin/sh\nexit 0\n";
+        fs::permissions(stub, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                  fs::perms::others_read | fs::perms::others_exec);
+    }
+    return folder;
 }
 
 // zorbus-host on `machine` (none: this machine as it is), started by `prefix`.

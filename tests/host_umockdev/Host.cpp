@@ -104,9 +104,16 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath) {
         else if (verb == "init") Initialize(argument);
         else if (verb == "uninit") Uninitialize(argument);
         else if (verb == "initialized") Answer(std::to_string(IsInitialized()).c_str());
-        else if (verb == "callback") Answer(SetCallback(&Callback)), FreeLastSetCallbackResult();
-        else if (verb == "run") Answer(ExecuteXMLCommand(argument)), FreeLastExecuteXMLCommandResult();
-        else if (verb == "hold") held.push_back(ExecuteXMLCommand(argument)), Answer(held.back());
+        else if (verb == "callback") {
+            Answer(SetCallback(&Callback));
+            FreeLastSetCallbackResult();
+        } else if (verb == "run") {
+            Answer(ExecuteXMLCommand(argument));
+            FreeLastExecuteXMLCommandResult();
+        } else if (verb == "hold") {
+            held.push_back(ExecuteXMLCommand(argument));
+            Answer(held.back());
+        }
         else if (verb == "release") {
             FreeLastExecuteXMLCommandResult();
             FreeLastSetCallbackResult();

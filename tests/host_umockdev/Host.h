@@ -182,7 +182,10 @@ inline Strings Outcome(const Step& step, std::vector<int>* progress = nullptr) {
     const Element result = Element::Parse(step.answer);
     Strings outcome{result.Attr("currentState"), "", ""};
     for (const Element& child : result.children)
-        if (child.name == "error") outcome[1] = child.Attr("key"), outcome[2] = child.Attr("detail");
+        if (child.name == "error") {
+            outcome[1] = child.Attr("key");
+            outcome[2] = child.Attr("detail");
+        }
     for (const std::string& event : step.events) {
         const Element e = Element::Parse(event);
         if (e.name == "diagPrompt") outcome.push_back(e.text);

@@ -97,7 +97,8 @@ std::vector<Dev> Restored(bool factory, Counters& c) {
 }
 
 std::vector<Dev> Join(std::vector<Dev> a, const std::vector<Dev>& b) {
-    return a.insert(a.end(), b.begin(), b.end()), a;
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
 }
 
 struct MachineCase {

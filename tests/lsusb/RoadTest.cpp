@@ -112,7 +112,8 @@ TEST_F(LsusbRoadTest, StoredFormsHoldTheStringsOnly) {
     for (size_t i = 0; i < 15; ++i) EXPECT_EQ(*fields(*restored->devicesNode)[i], *fields(node)[i]) << i;
     // Hub and configuration records keep their strings, the hub no port blocks.
     USBHub hub;
-    hub.PortPwrCtrlMask = " 0xff", hub.nNbrPorts = " 4";
+    hub.PortPwrCtrlMask = " 0xff";
+    hub.nNbrPorts = " 4";
     hub.addObjectToVector("block");
     node.configurations[0]->MaxPower = " 100mA";
     std::unique_ptr<USBHub> h = RoundTrip<USBHub>(hub);

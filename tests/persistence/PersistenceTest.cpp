@@ -57,12 +57,19 @@ struct TestNode : TestBase {
     void ReadAndWrite(ptstream& s, direction dir, unsigned int) override {
         if (dir == ptWrite) {
             optstream& out = static_cast<optstream&>(s);
-            out << name, out.WriteReference(parent), out << leaves << values << tagged;
-            return out.WriteReference(favourite), void(out << children);
+            out << name;
+            out.WriteReference(parent);
+            out << leaves << values << tagged;
+            out.WriteReference(favourite);
+            out << children;
+            return;
         }
         iptstream& in = static_cast<iptstream&>(s);
-        in >> name, in.ReadReference(parent), in >> leaves >> values >> tagged;
-        in.ReadReference(favourite), in >> children;
+        in >> name;
+        in.ReadReference(parent);
+        in >> leaves >> values >> tagged;
+        in.ReadReference(favourite);
+        in >> children;
     }
     const char* GetRealClassName() const override { return "TestNode"; }
 };
@@ -89,13 +96,15 @@ ClassRegistrar<TestShare> TestShareClassRegistrar;
 TestNode* MakeSampleTree() {
     TestNode* root = new TestNode("root");
     TestLeaf* one = new TestLeaf(std::string("o\0ne", 4), INT32_MIN);
-    one->code = UINT32_MAX, one->flag = true;
+    one->code = UINT32_MAX;
+    one->flag = true;
     root->leaves = {one, nullptr, new TestLeaf("two", 2)};
     root->values = {TestLeaf("v1", 11), TestLeaf("v2", 12)};
     root->tagged = {new TestLeaf("b"), new TestLeaf("a")};
     root->favourite = one;
     TestNode* child = root->AddChild("child");
-    child->leaves = {new TestLeaf("c")}, child->favourite = one;
+    child->leaves = {new TestLeaf("c")};
+    child->favourite = one;
     child->AddChild("grandchild")->values = {TestLeaf("g")};
     root->AddChild("second child");
     return root;
@@ -180,7 +189,8 @@ TEST(Persist, ObjectReachedTwiceIsStoredOnceAndADroppedDuplicateCannotBeReferenc
     EXPECT_EQ(bytes, kHeader + New("TestShare") + New("TestLeaf") + Leaf(0, "shared") + Ref(1));
     std::unique_ptr<TestShare> back = Load<TestShare>(bytes);
     EXPECT_EQ(back->first, back->second);
-    apart.first = new TestLeaf("x"), apart.second = new TestLeaf("x");
+    apart.first = new TestLeaf("x");
+    apart.second = new TestLeaf("x");
     back = Load<TestShare>(Store(&apart));
     EXPECT_NE(back->first, back->second);
     // Thousands of objects referred to again: the writer's address table grows many times over.

@@ -17,12 +17,23 @@ public:
     bool isOpen = false;
 
     bool open() override {
-        if (opens) position = 0, atEnd = false, isOpen = true, ++opened;
+        if (opens) {
+            position = 0;
+            atEnd = false;
+            isOpen = true;
+            ++opened;
+        }
         return opens;
     }
-    void close() override { closed += isOpen, isOpen = false; }
+    void close() override {
+        closed += isOpen;
+        isOpen = false;
+    }
     char* readLine(char* buffer) override {
-        if (!isOpen || position >= text.size()) return atEnd = true, nullptr;
+        if (!isOpen || position >= text.size()) {
+            atEnd = true;
+            return nullptr;
+        }
         const size_t room = lineBufferSize - 1, newline = text.find('\n', position);
         const size_t length = std::min(room, (newline == std::string::npos ? text.size() : newline + 1) - position);
         std::memcpy(buffer, text.data() + position, length);

@@ -148,7 +148,11 @@ TEST_F(ParserTest, HighSpeedStorageSelection) {
         {1, "480 MBit/s", "Keyboard", device, "USB hid", false}};
     for (const auto& [level, speed, product, kind, cls, selected] : cases) {
         USBnode node;
-        node.level = level, node.speed = speed, node.product = product, node.kind = kind, node.class_x = cls;
+        node.level = level;
+        node.speed = speed;
+        node.product = product;
+        node.kind = kind;
+        node.class_x = cls;
         tree.usb20Devices.clear();
         tree.CountUsb20Device(&node);
         EXPECT_EQ(tree.usb20Devices.size(), selected ? 1u : 0u) << product;

@@ -43,7 +43,10 @@ public:
         char pattern[] = "/tmp/zorbus-usb-XXXXXX";
         if (mkdtemp(pattern)) path = pattern;
         EXPECT_FALSE(path.empty());
-        if (enter) oldDir = std::filesystem::current_path(), std::filesystem::current_path(path);
+        if (enter) {
+            oldDir = std::filesystem::current_path();
+            std::filesystem::current_path(path);
+        }
     }
     ~TempDir() {
         setenv("PATH", oldPath.c_str(), 1);
@@ -85,8 +88,10 @@ inline void ResetLsusbState() {
 class UsbComponentTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        g_factoryMode = 0, g_events.clear();
-        ResetUsbDiscoveryStateForTests(), ResetLsusbState();
+        g_factoryMode = 0;
+        g_events.clear();
+        ResetUsbDiscoveryStateForTests();
+        ResetLsusbState();
         component.componentName = "libzorbus.so";
         component.eventCallback = [](const char* xml) -> char* { return g_events.emplace_back(xml), nullptr; };
         pTestComponent = &component;

@@ -73,7 +73,11 @@ protected:
 // The 64 bytes an unprivileged reader sees of a function's configuration.
 std::string Config(uint8_t progIf, uint8_t subclass, uint8_t baseClass, std::vector<uint32_t> bars) {
     std::string bytes(64, '\0');
-    bytes[0] = '\x86', bytes[1] = '\x80', bytes[9] = progIf, bytes[10] = subclass, bytes[11] = baseClass;
+    bytes[0] = '\x86';
+    bytes[1] = '\x80';
+    bytes[9] = progIf;
+    bytes[10] = subclass;
+    bytes[11] = baseClass;
     for (size_t i = 0; i < bars.size(); ++i)
         for (int b = 0; b < 4; ++b) bytes[0x10 + 4 * i + b] = static_cast<char>(bars[i] >> (8 * b));
     return bytes;
@@ -97,7 +101,8 @@ TEST_F(UsbTestsTest, CatalogueElements) {
     DescTest desc(&device);
     usbLoopbackTest loopback(&device);
     SpeedTest speed(&device);
-    desc.SetParameters(), loopback.SetParameters();
+    desc.SetParameters();
+    loopback.SetParameters();
     EXPECT_EQ(desc.GetXmlString(),
               Element("name=\"descTest\" caption=\"USB Descriptor Test\" description=\"Run a USB descriptor test with USB loopback\"",
                       "010", Param("usbLoopback", "Number of Loopback", "Input the number of USB loopback",
@@ -212,7 +217,9 @@ TEST_F(UsbTestsTest, SpeedTestWantsAFiveWithinTwelveBytesOfAnEhciController) {
 
 TEST_F(UsbTestsTest, StoredFormsAndCopies) {
     USBDevice owner("usbDevice", nullptr, true);
-    owner.AddTest(new SpeedTest(&owner)), owner.AddTest(new DescTest(&owner)), owner.AddTest(new usbLoopbackTest(&owner));
+    owner.AddTest(new SpeedTest(&owner));
+    owner.AddTest(new DescTest(&owner));
+    owner.AddTest(new usbLoopbackTest(&owner));
     owner.tests[1]->currentState = "failed";
     std::unique_ptr<USBDevice> back = RoundTrip<USBDevice>(owner);
     ASSERT_NE(back, nullptr);

@@ -31,6 +31,25 @@ struct EscapeTables {
 
 const EscapeTables kEscape;
 
+// The longest entity, "&quot;": the most one character can become.
+constexpr size_t kLongestEntity = 6;
+
+// Writes the entity of `c`, a character that needs one (not NUL), at `to`;
+// returns its length.
+size_t WriteEntity(char* to, unsigned char c) {
+    switch (c) {
+        case '&': std::memcpy(to, "&amp;", 5); return 5;
+        case '<': std::memcpy(to, "&lt;", 4); return 4;
+        case '>': std::memcpy(to, "&gt;", 4); return 4;
+        case '"': std::memcpy(to, "&quot;", 6); return 6;
+        default: {
+            const char numeric[5] = {'&', '#', static_cast<char>('0' + c / 10), static_cast<char>('0' + c % 10), ';'};
+            std::memcpy(to, numeric, 5);
+            return 5;
+        }
+    }
+}
+
 void AppendEscaped(std::string& out, const std::string& s, const unsigned char* special) {
     const char* p = s.data();
     const char* end = p + s.size();
@@ -38,24 +57,11 @@ void AppendEscaped(std::string& out, const std::string& s, const unsigned char* 
         const char* run = p;
         while (p < end && !special[static_cast<unsigned char>(*p)]) ++p;
         out.append(run, static_cast<size_t>(p - run));
-        if (p == end) return;
-        const unsigned char c = static_cast<unsigned char>(*p++);
-        switch (c) {
-            case 0: return;
-            case '&': out.append("&amp;", 5); break;
-            case '<': out.append("&lt;", 4); break;
-            case '>': out.append("&gt;", 4); break;
-            case '"': out.append("&quot;", 6); break;
-            default: {
-                const char entity[5] = {'&', '#', static_cast<char>('0' + c / 10), static_cast<char>('0' + c % 10), ';'};
-                out.append(entity, 5);
-            }
-        }
+        if (p == end || *p == '\0') return;  // a NUL ends a value
+        char entity[kLongestEntity];
+        out.append(entity, WriteEntity(entity, static_cast<unsigned char>(*p++)));
     }
 }
-
-// The longest entity, "&quot;": the most one character can become.
-constexpr size_t kLongestEntity = 6;
 
 // Writes `s` escaped at `to`, which has room for the worst case; returns
 // the characters written. Runs without markup, most of any text, are
@@ -64,30 +70,13 @@ size_t EscapeInto(char* to, const std::string& s, const unsigned char* special) 
     char* const start = to;
     const char* p = s.data();
     const char* const end = p + s.size();
-    for (;;) {
+    while (p < end) {
         const char* run = p;
         while (p < end && !special[static_cast<unsigned char>(*p)]) ++p;
         std::memcpy(to, run, static_cast<size_t>(p - run));
         to += p - run;
-        if (p == end) break;
-        const unsigned char c = static_cast<unsigned char>(*p++);
-        const char* entity;
-        size_t size = 0;
-        switch (c) {
-            case 0: return static_cast<size_t>(to - start);
-            case '&': entity = "&amp;"; size = 5; break;
-            case '<': entity = "&lt;"; size = 4; break;
-            case '>': entity = "&gt;"; size = 4; break;
-            case '"': entity = "&quot;"; size = 6; break;
-            default: {
-                const char numeric[5] = {'&', '#', static_cast<char>('0' + c / 10), static_cast<char>('0' + c % 10), ';'};
-                std::memcpy(to, numeric, 5);
-                to += 5;
-                continue;
-            }
-        }
-        std::memcpy(to, entity, size);
-        to += size;
+        if (p == end || *p == '\0') break;  // a NUL ends a value
+        to += WriteEntity(to, static_cast<unsigned char>(*p++));
     }
     return static_cast<size_t>(to - start);
 }

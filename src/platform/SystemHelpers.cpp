@@ -1,7 +1,11 @@
 #include "platform/SystemHelpers.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "common/Debug.h"
 
@@ -42,3 +46,33 @@ static off_t fileSize(int fd) {
 int lockfile(int fd) { return lockf(fd, F_LOCK, fileSize(fd)); }
 
 int unlockfile(int fd) { return lockf(fd, F_ULOCK, fileSize(fd)); }
+
+// A plain file with no other name: what the component may write into.
+static bool isOwnFile(int fd) {
+    struct stat info;
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink == 1;
+}
+
+int OpenOwnFile(const std::string& path, int flags, mode_t mode) {
+    const bool truncate = (flags & O_TRUNC) != 0;
+    const int openFlags = (flags & ~O_TRUNC) | O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+    // Non-blocking first: a FIFO planted here must not hang the caller.
+    int fd = open(path.c_str(), openFlags | O_NONBLOCK, mode);
+    if (fd >= 0) {
+        if (isOwnFile(fd)) {
+            if (fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK) == 0 && (!truncate || ftruncate(fd, 0) == 0))
+                return fd;
+            const int saved = errno;
+            close(fd);
+            errno = saved;
+            return -1;
+        }
+        close(fd);
+    } else if ((flags & O_EXCL) || (errno != ELOOP && errno != ENXIO)) {
+        return -1;  // with O_EXCL, whatever stands there stays untouched
+    }
+    // A link, a FIFO or a file shared with another name: unlink removes the
+    // name only, never what a link points to.
+    if (unlink(path.c_str()) != 0) return -1;
+    return open(path.c_str(), openFlags | O_EXCL, mode);
+}

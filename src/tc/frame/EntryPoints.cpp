@@ -14,6 +14,7 @@
 #include "common/XmlObject.h"
 #include "common/xmldef.h"
 #include "platform/HostServices.h"
+#include "platform/SystemHelpers.h"
 #include "tc/frame/TestComponent.h"
 #include "tc/frame/USBTestComponent.h"
 
@@ -203,11 +204,15 @@ void SetDataRepositoryProvider(DataRepository* (*provider)()) { setDataRepositor
 
 void CreateTestComponentFailureLogFile(const std::string& componentName) {
     try {
-        if (!nvxIsFactory() || !nvxIsDiagsCD() || componentName.find(".so") == std::string::npos) return;
-        const std::string path = "./" + componentName + failureLogSuffix;
+        // The name is used as a file name only: a path given as the
+        // component's name cannot put the mark outside the working directory.
+        const std::string fileName = componentName.substr(componentName.rfind('/') + 1);
+        if (!nvxIsFactory() || !nvxIsDiagsCD() || fileName.find(".so") == std::string::npos) return;
+        const std::string path = "./" + fileName + failureLogSuffix;
         if (FileExists(path)) return;
-        // O_EXCL: a mark that someone else made meanwhile stays untouched.
-        int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+        // O_EXCL: a mark that someone else made meanwhile, or anything
+        // planted at its name, stays untouched.
+        int fd = OpenOwnFile(path, O_EXCL);
         if (fd < 0) return;
         std::string content = std::string(versionRecord) + "\n";
         ssize_t written = write(fd, content.data(), content.size());

@@ -14,6 +14,7 @@
 
 #include "common/Debug.h"
 #include "common/StringUtil.h"
+#include "platform/SystemHelpers.h"
 #include "tc/usb/linux/ExternalTool.h"
 
 const char* const rootHubNodePath = "/proc/bus/usb/001/001";
@@ -60,7 +61,7 @@ void CloseHandle(int handle) { ::close(handle); }
 int RunDescriptorTestExternal(char** vendorIds, char** productIds) {
     // "./testlibusb>usbresult.out" without a shell; RunTool waits for the
     // program, so its output is complete when it is read.
-    const int out = ::open("usbresult.out", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int out = OpenOwnFile("usbresult.out", O_TRUNC, 0666);
     if (out < 0) return -1;
     RunTool({"./testlibusb"}, out);
     ::close(out);

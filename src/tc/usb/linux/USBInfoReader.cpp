@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "common/StringTokenizer.h"
+#include "platform/SystemHelpers.h"
 #include "tc/usb/linux/ExternalTool.h"
 
 const char* const kernelDevicesFile = "/proc/bus/usb/devices";
@@ -81,7 +82,7 @@ bool USBInfoReader::createDevicesFile() {
     // success; the empty or missing file shows the failure later.
     errno = 0;
     int status = 0;
-    const int out = devicesFile ? ::open(devicesFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666) : -1;
+    const int out = devicesFile ? OpenOwnFile(devicesFile, O_TRUNC, 0666) : -1;
     if (out >= 0) {
         status = RunTool({"lsusb", "-v"}, out);
         ::close(out);
@@ -109,7 +110,9 @@ void USBInfoReader::setMountedDevicesFile() { devicesFile = kernelDevicesFile; }
 
 std::string USBInfoReader::reformatLine(char* buffer) {
     std::string result;
-    std::FILE* trace = std::fopen(reformatTraceFile, "a");
+    const int traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    std::FILE* trace = traceFd >= 0 ? fdopen(traceFd, "a") : nullptr;
+    if (traceFd >= 0 && !trace) ::close(traceFd);
     // strtok_r: same splitting as strtok, without its hidden global state.
     char* save = nullptr;
     for (char* token = strtok_r(buffer, " ", &save); token; token = strtok_r(nullptr, " ", &save)) {

@@ -81,44 +81,84 @@ size_t EscapeInto(char* to, const std::string& s, const unsigned char* special) 
     return static_cast<size_t>(to - start);
 }
 
-void Write(const XmlObject& element, std::string& out) {
-    if (element.name.empty()) {
-        // A nameless element is only a holder: its contents take its place.
-        AppendEscaped(out, element.value, kEscape.text);
-        for (const XmlObject& child : element.children) Write(child, out);
-        return;
+// Visits `root` and every element below it in document order: `enter` on
+// the way down (returning false stops the walk), `leave` on the way up. The
+// stack holds one frame a level, never the elements of a level.
+template <class Element, class Enter, class Leave>
+void Walk(Element& root, Enter enter, Leave leave) {
+    struct Frame {
+        Element* element;
+        size_t next;
+    };
+    std::vector<Frame> stack;
+    if (!enter(root)) return;
+    stack.push_back({&root, 0});
+    while (!stack.empty()) {
+        Frame& top = stack.back();
+        if (top.next < top.element->children.size()) {
+            Element& child = top.element->children[top.next++];
+            if (!enter(child)) return;
+            stack.push_back({&child, 0});
+        } else {
+            leave(*top.element);
+            stack.pop_back();
+        }
     }
-    out += '<';
-    out += element.name;
-    for (const auto& attribute : element.GetAttributes()) {
-        out += ' ';
-        out += attribute.first;
-        out.append("=\"", 2);
-        AppendEscaped(out, attribute.second, kEscape.attribute);
-        out += '"';
-    }
-    out += '>';
-    const size_t contentStart = out.size();
-    AppendEscaped(out, element.value, kEscape.text);
-    for (const XmlObject& child : element.children) Write(child, out);
-    if (out.size() == contentStart) {
-        out.back() = '/';
-        out += '>';
-    } else {
-        out.append("</", 2);
-        out += element.name;
-        out += '>';
-    }
+}
+
+void Write(const XmlObject& root, std::string& out) {
+    // Where each open element's content began: an element that wrote none
+    // closes itself.
+    std::vector<size_t> contentStarts;
+    Walk(
+        root,
+        [&](const XmlObject& element) {
+            if (!element.name.empty()) {
+                out += '<';
+                out += element.name;
+                for (const auto& attribute : element.GetAttributes()) {
+                    out += ' ';
+                    out += attribute.first;
+                    out.append("=\"", 2);
+                    AppendEscaped(out, attribute.second, kEscape.attribute);
+                    out += '"';
+                }
+                out += '>';
+                contentStarts.push_back(out.size());
+            }
+            // A nameless element is only a holder: its contents take its place.
+            AppendEscaped(out, element.value, kEscape.text);
+            return true;
+        },
+        [&](const XmlObject& element) {
+            if (element.name.empty()) return;
+            if (out.size() == contentStarts.back()) {
+                out.back() = '/';
+                out += '>';
+            } else {
+                out.append("</", 2);
+                out += element.name;
+                out += '>';
+            }
+            contentStarts.pop_back();
+        });
 }
 
 // The length of the element's text before escaping: enough to size the
 // output of a large tree once instead of growing it step by step, which
 // copies it again and again and, past the allocator's mapping threshold,
 // touches fresh pages each time.
-size_t PlainSize(const XmlObject& element) {
-    size_t size = element.value.size() + 2 * element.name.size() + 5;
-    for (const auto& attribute : element.GetAttributes()) size += attribute.first.size() + attribute.second.size() + 4;
-    for (const XmlObject& child : element.children) size += PlainSize(child);
+size_t PlainSize(const XmlObject& root) {
+    size_t size = 0;
+    Walk(
+        root,
+        [&size](const XmlObject& element) {
+            size += element.value.size() + 2 * element.name.size() + 5;
+            for (const auto& attribute : element.GetAttributes())
+                size += attribute.first.size() + attribute.second.size() + 4;
+            return true;
+        },
+        [](const XmlObject&) {});
     return size;
 }
 
@@ -156,18 +196,26 @@ struct Predicate {
     }
 };
 
-const XmlObject* FindFirst(const XmlObject& element, const std::string& name, const Predicate& predicate) {
-    if (element.name == name && predicate.Matches(element)) return &element;
-    for (const XmlObject& child : element.children)
-        if (const XmlObject* found = FindFirst(child, name, predicate)) return found;
-    return nullptr;
+const XmlObject* FindFirst(const XmlObject& root, const std::string& name, const Predicate& predicate) {
+    const XmlObject* found = nullptr;
+    Walk(
+        root,
+        [&](const XmlObject& element) {
+            if (element.name == name && predicate.Matches(element)) found = &element;
+            return found == nullptr;
+        },
+        [](const XmlObject&) {});
+    return found;
 }
 
-void CollectNamed(XmlObject& element, const std::string& name, std::vector<XmlObject*>& found) {
-    for (XmlObject& child : element.children) {
-        if (child.name == name) found.push_back(&child);
-        CollectNamed(child, name, found);
-    }
+void CollectNamed(XmlObject& root, const std::string& name, std::vector<XmlObject*>& found) {
+    Walk(
+        root,
+        [&](XmlObject& element) {
+            if (&element != &root && element.name == name) found.push_back(&element);
+            return true;
+        },
+        [](XmlObject&) {});
 }
 
 }  // namespace
@@ -197,7 +245,9 @@ XmlObject::XmlObject(const XmlDocument& parsed) {
     // A local class of a member function may fill the private attribute
     // lists directly, without the duplicate search of SetAttribute.
     struct Converter {
-        static void Convert(const pugi::xml_node& node, XmlObject& out) {
+        // Name, attributes and text of `node`, and room for exactly its
+        // element children, so that filling them never moves the ones made.
+        static void Fill(const pugi::xml_node& node, XmlObject& out) {
             out.name = node.name();
             size_t count = 0;
             for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute()) ++count;
@@ -205,26 +255,104 @@ XmlObject::XmlObject(const XmlDocument& parsed) {
             for (pugi::xml_attribute a = node.first_attribute(); a; a = a.next_attribute())
                 out.attributes.emplace_back(a.name(), a.value());
             size_t elements = 0;
-            for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling())
-                if (child.type() == pugi::node_element) ++elements;
-            out.children.reserve(elements);
             for (pugi::xml_node child = node.first_child(); child; child = child.next_sibling()) {
-                switch (child.type()) {
-                    case pugi::node_element:
-                        out.children.emplace_back();
-                        Convert(child, out.children.back());
-                        break;
-                    case pugi::node_pcdata:
-                    case pugi::node_cdata:
-                        out.value += child.value();
-                        break;
-                    default:
-                        break;
-                }
+                if (child.type() == pugi::node_element)
+                    ++elements;
+                else if (child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata)
+                    out.value += child.value();
             }
+            out.children.reserve(elements);
+        }
+        static pugi::xml_node NextElement(pugi::xml_node node) {
+            while (node && node.type() != pugi::node_element) node = node.next_sibling();
+            return node;
         }
     };
-    Converter::Convert(parsed.document.document_element(), *this);
+    // Document order along pugixml's own links; `open` holds the element of
+    // each level above the one being filled.
+    const pugi::xml_node root = parsed.document.document_element();
+    std::vector<XmlObject*> open;
+    pugi::xml_node node = root;
+    XmlObject* out = this;
+    Converter::Fill(node, *out);
+    for (;;) {
+        if (pugi::xml_node child = Converter::NextElement(node.first_child())) {
+            open.push_back(out);
+            out->children.emplace_back();
+            out = &out->children.back();
+            node = child;
+            Converter::Fill(node, *out);
+            continue;
+        }
+        for (;;) {
+            if (node == root) return;
+            if (pugi::xml_node sibling = Converter::NextElement(node.next_sibling())) {
+                open.back()->children.emplace_back();
+                out = &open.back()->children.back();
+                node = sibling;
+                Converter::Fill(node, *out);
+                break;
+            }
+            node = node.parent();
+            out = open.back();
+            open.pop_back();
+        }
+    }
+}
+
+XmlObject::XmlObject(const XmlObject& other, Shallow)
+    : name(other.name), value(other.value), attributes(other.attributes) {}
+
+XmlObject::XmlObject(const XmlObject& other) : XmlObject(other, Shallow()) {
+    // Pairs of an original and its copy whose children are still to be made;
+    // room for all of a level is made first, so copies never move.
+    std::vector<std::pair<const XmlObject*, XmlObject*>> pending{{&other, this}};
+    while (!pending.empty()) {
+        const XmlObject* from = pending.back().first;
+        XmlObject* to = pending.back().second;
+        pending.pop_back();
+        to->children.reserve(from->children.size());
+        for (const XmlObject& child : from->children) to->children.emplace_back(child, Shallow());
+        for (size_t i = 0; i < from->children.size(); ++i)
+            if (!from->children[i].children.empty()) pending.emplace_back(&from->children[i], &to->children[i]);
+    }
+}
+
+XmlObject& XmlObject::operator=(const XmlObject& other) {
+    if (this != &other) *this = XmlObject(other);
+    return *this;
+}
+
+XmlObject& XmlObject::operator=(XmlObject&& other) noexcept {
+    if (this != &other) {
+        // The old tree goes with `discarded`, whose destructor takes it apart
+        // without recursion.
+        XmlObject discarded(std::move(*this));
+        name = std::move(other.name);
+        value = std::move(other.value);
+        children = std::move(other.children);
+        attributes = std::move(other.attributes);
+    }
+    return *this;
+}
+
+XmlObject::~XmlObject() {
+    if (children.empty()) return;
+    // Each level's children are moved onto a stack before their parent goes,
+    // so every element is destroyed without children and nothing recurses.
+    std::vector<std::vector<XmlObject>> levels;
+    levels.push_back(std::move(children));
+    while (!levels.empty()) {
+        std::vector<XmlObject>& level = levels.back();
+        if (level.empty()) {
+            levels.pop_back();
+        } else if (!level.back().children.empty()) {
+            std::vector<XmlObject> below = std::move(level.back().children);
+            levels.push_back(std::move(below));
+        } else {
+            level.pop_back();
+        }
+    }
 }
 
 std::string XmlObject::GetAttributeValue(const std::string& attribute, const std::string& defaultValue) const {

@@ -1,6 +1,10 @@
 // One XML element as a plain value: name, text value, attributes in the
 // order they were set, and child elements. pugixml does the parsing and the
 // writing; nothing of it shows in this header, so its symbols stay private.
+// A host may send elements nested a million levels deep: converting,
+// copying, writing, searching and destroying a tree use loops with stacks of
+// their own, never recursion, so the depth of a tree never reaches the
+// call stack.
 #pragma once
 
 #include <cstring>
@@ -23,6 +27,11 @@ public:
     explicit XmlObject(const std::string& xml);
     // The root element of a parsed text, converted whole.
     explicit XmlObject(const XmlDocument& document);
+    XmlObject(const XmlObject& other);
+    XmlObject(XmlObject&& other) noexcept = default;
+    XmlObject& operator=(const XmlObject& other);
+    XmlObject& operator=(XmlObject&& other) noexcept;
+    ~XmlObject();
 
     // The attribute's value, or `defaultValue` when the element has none.
     std::string GetAttributeValue(const std::string& attribute,
@@ -60,6 +69,14 @@ public:
     // Compact text: no declaration, no indentation. A child without a name
     // writes its own children (and text) in its place.
     std::string GetXmlString() const;
+
+private:
+    struct Shallow {};
+
+public:
+    // Name, text and attributes of `other`, without its children; only the
+    // class itself can make a Shallow, the containers may pass it on.
+    XmlObject(const XmlObject& other, Shallow);
 
 private:
     std::vector<std::pair<std::string, std::string>> attributes;

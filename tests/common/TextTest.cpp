@@ -176,6 +176,32 @@ TEST(XmlObject, FindFirstMatch) {
     EXPECT_EQ(static_cast<const XmlObject&>(x).FindFirstMatch("group"), &x.children[0]);
 }
 
+// A host may nest its elements this deep; every tree operation must live
+// without a call a level.
+TEST(XmlObject, TreesAMillionLevelsDeepAreConvertedCopiedWrittenSearchedAndFreed) {
+    const size_t depth = 1000000;
+    std::string text = "<r>";
+    for (size_t i = 0; i < depth; ++i) text += "<a>";
+    text += "<leaf k=\"v\"/>";
+    for (size_t i = 0; i < depth; ++i) text += "</a>";
+    text += "</r>";
+
+    XmlObject parsed(text);
+    const XmlObject copy(parsed);
+    EXPECT_EQ(copy.GetXmlString(), text);
+    const XmlObject* leaf = copy.FindFirstMatch("leaf", "@k='v'");
+    ASSERT_NE(leaf, nullptr);
+    EXPECT_EQ(leaf->GetAttributeValue("k"), "v");
+    EXPECT_EQ(parsed.FindObjects("a").size(), depth);
+
+    XmlObject assigned;
+    assigned = copy;
+    EXPECT_EQ(assigned.GetXmlString().size(), text.size());
+    // Taking a descendant's place frees the levels above it.
+    parsed = std::move(parsed.children[0].children[0]);
+    EXPECT_EQ(parsed.GetXmlString().size(), text.size() - 14);
+}
+
 TEST(XmlObject, MalformedTextGivesExactError) {
     const std::pair<const char*, const char*> cases[] = {
         {"", "No document element found at offset 0"}, {"  ", "No document element found at offset 2"},

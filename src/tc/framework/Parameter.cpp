@@ -91,7 +91,7 @@ XmlObject ParameterList::ToXml() const {
     return list;
 }
 
-void ParameterList::Parse(XmlObject command) {
+void ParameterList::Parse(const XmlObject& command) {
     for (Parameter* parameter : parameters)
         if (parameter) parameter->SetValue(command.GetAttributeValue(parameter->GetName(), ""));
 }

@@ -76,5 +76,5 @@ public:
     XmlObject ToXml() const;
     // Every parameter takes the command's attribute of its name (empty when
     // absent). The first SetValue that throws ends the parse.
-    void Parse(XmlObject command);
+    void Parse(const XmlObject& command);
 };

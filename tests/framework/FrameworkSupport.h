@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "common/StringUtil.h"
+#include "tc/frame/EntryPoints.h"
 #include "tc/frame/TestComponent.h"
 #include "tc/framework/Diagnosis.h"
 #include "tc/framework/NumericParameter.h"
@@ -124,6 +125,34 @@ protected:
     XmlObject RunTest(const std::string& testName, const std::string& attributes = "") {
         XmlObject command("<runTest device=\"dev0\" test=\"" + testName + "\" " + attributes + "/>");
         return XmlObject(device->RunTest(command));
+    }
+};
+
+// The real component through the entry points, with the recording callback
+// and a device "canceldev0" of the tests' own holding the test "slow" and a
+// diagnosis.
+class Dispatch : public ::testing::Test {
+protected:
+    ScriptedTest* test = nullptr;
+    void SetUp() override {
+        host.Reset();
+        Initialize("<init component=\"libzorbus.so\"/>");
+        ASSERT_NE(pTestComponent, nullptr);
+        SetCallback(RecordEvent);
+        FreeLastSetCallbackResult();
+        auto* device = new FakeDevice("canceldev0");
+        pTestComponent->devices.insert(device);
+        device->AddTest(test = new ScriptedTest("slow", device));
+        device->AddDiagnosis(new ScriptedDiagnosis("d", device));
+    }
+    void TearDown() override {
+        Uninitialize(nullptr);
+        host.Reset();
+    }
+    static std::string Execute(const std::string& xml) {
+        std::string answer = ExecuteXMLCommand(xml.c_str());
+        FreeLastExecuteXMLCommandResult();
+        return answer;
     }
 };
 

@@ -121,31 +121,6 @@ TEST_F(FrameworkTest, TestDestroyedWhileTheHostAnswersWaitsForThePrompt) {
     releaser.join();
 }
 
-class Dispatch : public ::testing::Test {
-protected:
-    ScriptedTest* test = nullptr;
-    void SetUp() override {
-        host.Reset();
-        Initialize("<init component=\"libzorbus.so\"/>");
-        ASSERT_NE(pTestComponent, nullptr);
-        SetCallback(RecordEvent);
-        FreeLastSetCallbackResult();
-        auto* device = new FakeDevice("canceldev0");
-        pTestComponent->devices.insert(device);
-        device->AddTest(test = new ScriptedTest("slow", device));
-        device->AddDiagnosis(new ScriptedDiagnosis("d", device));
-    }
-    void TearDown() override {
-        Uninitialize(nullptr);
-        host.Reset();
-    }
-    static std::string Execute(const std::string& xml) {
-        std::string answer = ExecuteXMLCommand(xml.c_str());
-        FreeLastExecuteXMLCommandResult();
-        return answer;
-    }
-};
-
 const char* const cancelCommand = "<cancelTest device=\"canceldev0\" test=\"slow\"/>";
 const char* const runCommand = "<runTest device=\"canceldev0\" test=\"slow\" loop=\"2\" retries=\"3\"/>";
 

@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <mutex>
+#include <thread>
 
 #include "common/Debug.h"
 #include "common/Persistent.h"
@@ -15,6 +17,7 @@
 #include "common/xmldef.h"
 #include "platform/HostServices.h"
 #include "platform/SystemHelpers.h"
+#include "tc/frame/CommandGate.h"
 #include "tc/frame/TestComponent.h"
 #include "tc/frame/USBTestComponent.h"
 
@@ -28,23 +31,51 @@ std::string tvk_version = "CorvaneVersion 8.6.0.3755A";
 static const char* const versionRecord = "<diagVersion>8.6.0.3755A</diagVersion>";
 static const char* const failureLogSuffix = ".failure.version";
 
-// Overlapping commands from two host threads push and pop concurrently.
-static std::mutex stackLock;
+// ---- answers handed to the host ----
 
-static char* pushAnswer(std::deque<char*>& stack, const std::string& answer) {
+// Overlapping commands from two host threads push and pop concurrently. Each
+// answer remembers the thread it was handed to, so that a release takes that
+// thread's latest answer; nested calls of one thread still go innermost first.
+static std::mutex stackLock;
+static std::deque<std::thread::id> executeAnswerThreads;
+static std::deque<std::thread::id> callbackAnswerThreads;
+
+static char* pushAnswer(std::deque<char*>& stack, std::deque<std::thread::id>& threads, const std::string& answer) {
     char* copy = stringdup(answer.c_str());
     std::lock_guard<std::mutex> hold(stackLock);
-    stack.push_back(copy);
+    try {
+        threads.push_back(std::this_thread::get_id());
+        try {
+            stack.push_back(copy);
+        } catch (...) {
+            threads.pop_back();
+            throw;
+        }
+    } catch (...) {
+        delete[] copy;
+        throw;
+    }
     return copy;
 }
 
-static void popAnswer(std::deque<char*>& stack) {
+// The latest answer of the calling thread, or, for a thread that has none of
+// its own, the latest of all.
+static void popAnswer(std::deque<char*>& stack, std::deque<std::thread::id>& threads) {
     char* last = nullptr;
     {
         std::lock_guard<std::mutex> hold(stackLock);
         if (stack.empty()) return;
-        last = stack.back();
-        stack.pop_back();
+        const std::thread::id self = std::this_thread::get_id();
+        size_t at = stack.size() - 1;
+        for (size_t i = stack.size(); i-- > 0;) {
+            if (threads[i] == self) {
+                at = i;
+                break;
+            }
+        }
+        last = stack[at];
+        stack.erase(stack.begin() + static_cast<std::ptrdiff_t>(at));
+        threads.erase(threads.begin() + static_cast<std::ptrdiff_t>(at));
     }
     delete[] last;
 }
@@ -58,11 +89,46 @@ static std::string errorAnswer(const char* message, const std::string& detail) {
     }
 }
 
+// ---- texts from the host ----
+
+// A text that would cost more than these to parse is refused unread: its
+// bytes, its tags ("<") and its attributes ("=") bound the memory of the
+// parse and of the element tree, which for the largest text accepted stays
+// within 20 times its size. The largest real text, a discovery answer of a
+// machine of 4,064 devices in factory mode (4.2 MB, some 37,000 tags and
+// 187,000 attributes), stays well below each.
+static const size_t maxTextBytes = 16u << 20;
+static const size_t maxTextTags = 1u << 19;
+static const size_t maxTextAttributes = 1u << 20;
+
+// Empty when `text` may be parsed; otherwise the detail of the refusal.
+static std::string oversize(const char* text) {
+    const size_t length = strnlen(text, maxTextBytes + 1);
+    if (length > maxTextBytes) return strprintf("more than %zu bytes", maxTextBytes);
+    size_t tags = 0;
+    size_t attributes = 0;
+    for (const char* p = text; *p; ++p) {
+        tags += *p == '<';
+        attributes += *p == '=';
+    }
+    if (tags > maxTextTags) return strprintf("%zu tags, at most %zu", tags, maxTextTags);
+    if (attributes > maxTextAttributes) return strprintf("%zu attributes, at most %zu", attributes, maxTextAttributes);
+    return std::string();
+}
+
+// The command's own name, for a refusal's detail; what stands after "<".
+static std::string commandName(const char* text) {
+    const char* open = std::strchr(text, '<');
+    while (open && (open[1] == '?' || open[1] == '!')) open = std::strchr(open + 1, '<');
+    if (!open) return std::string();
+    size_t length = 0;
+    while (length < 64 && open[1 + length] && !std::strchr(" \t\r\n/>", open[1 + length])) ++length;
+    return std::string(open + 1, length);
+}
+
 TestComponent* CreateTestComponent(const std::string& initXml) { return new USBTestComponent(initXml); }
 
 std::string UninitializedTCException() { return TvkError("Uninitialized Test Component", "", "").GetXml(); }
-
-extern "C" {
 
 // A state file that is damaged, truncated or not ours counts as missing.
 static TestComponent* restoreComponent(const std::string& path) {
@@ -84,34 +150,13 @@ static TestComponent* restoreComponent(const std::string& path) {
     return nullptr;
 }
 
-void Initialize(const char* initXml) {
-    try {
-        Uninitialize(nullptr);
-        XmlObject init;
-        try {
-            init = XmlObject(initXml ? initXml : "");
-        } catch (const TvkError& e) {
-            // Bad initialisation text still leaves a working component.
-            dbgprintf("Initialize: %s %s\n", e.GetMessage().c_str(), e.GetDetail().c_str());
-        }
-        const std::string stateFile = init.GetAttributeValue("persistentFilename", "");
-        if (!stateFile.empty() && FileExists(stateFile)) pTestComponent = restoreComponent(stateFile);
-        if (!pTestComponent) pTestComponent = CreateTestComponent(initXml ? initXml : "");
-        if (init.GetAttributeValue("debugEnabled", "") == "1") EnableDebugOutput(true);
-        pTestComponent->componentName = init.GetAttributeValue(xmldef::component, "");
-        pTestComponent->Initialize();
-    } catch (const std::exception& e) {
-        dbgprintf("Initialize failed: %s\n", e.what());
-    } catch (...) {
-        dbgprintf("Initialize failed\n");
-    }
-}
-
-void Uninitialize(const char* xml) {
+// Saves when `xml` names a state file, then tears the component down. The
+// caller holds both locks.
+static void uninitializeHeld(const char* xml) {
     TestComponent* component = pTestComponent;
     if (!component) return;
     try {
-        if (xml) {
+        if (xml && oversize(xml).empty()) {
             XmlObject request(xml);
             const std::string stateFile = request.GetAttributeValue("persistentFilename", "");
             if (!stateFile.empty()) {
@@ -138,12 +183,73 @@ void Uninitialize(const char* xml) {
     }
 }
 
-int IsInitialized() { return pTestComponent ? 1 : 0; }
+extern "C" {
+
+void Initialize(const char* initXml) {
+    try {
+        commandgate::CommandPass pass;
+        // Called back from inside a command that works on the devices, the
+        // component stays: replacing it would pull it from under that command.
+        if (!pass.Granted() || !commandgate::MayReplaceDevices()) {
+            dbgprintf("Initialize refused: a command of this thread is running\n");
+            return;
+        }
+        commandgate::DevicePass devices;
+        uninitializeHeld(nullptr);
+        const char* text = initXml ? initXml : "";
+        XmlObject init;
+        try {
+            const std::string refusal = oversize(text);
+            if (!refusal.empty()) throw TvkError("Command too large", refusal, "");
+            init = XmlObject(text);
+        } catch (const TvkError& e) {
+            // Bad initialisation text still leaves a working component.
+            dbgprintf("Initialize: %s %s\n", e.GetMessage().c_str(), e.GetDetail().c_str());
+            text = "";
+        }
+        const std::string stateFile = init.GetAttributeValue("persistentFilename", "");
+        if (!stateFile.empty() && FileExists(stateFile)) pTestComponent = restoreComponent(stateFile);
+        if (!pTestComponent) pTestComponent = CreateTestComponent(text);
+        if (init.GetAttributeValue("debugEnabled", "") == "1") EnableDebugOutput(true);
+        pTestComponent->componentName = init.GetAttributeValue(xmldef::component, "");
+        pTestComponent->Initialize();
+    } catch (const std::exception& e) {
+        dbgprintf("Initialize failed: %s\n", e.what());
+    } catch (...) {
+        dbgprintf("Initialize failed\n");
+    }
+}
+
+void Uninitialize(const char* xml) {
+    try {
+        commandgate::CommandPass pass;
+        if (!pass.Granted() || !commandgate::MayReplaceDevices()) {
+            dbgprintf("Uninitialize refused: a command of this thread is running\n");
+            return;
+        }
+        commandgate::DevicePass devices;
+        uninitializeHeld(xml);
+    } catch (...) {
+        dbgprintf("Uninitialize failed\n");
+    }
+}
+
+int IsInitialized() {
+    try {
+        commandgate::DevicePass devices;
+        return pTestComponent ? 1 : 0;
+    } catch (...) {
+        return 0;
+    }
+}
 
 char* SetCallback(char* (*callback)(const char* xml)) {
     std::string answer;
     try {
-        if (!pTestComponent) {
+        commandgate::CommandPass pass;
+        if (!pass.Granted()) {
+            answer = errorAnswer("Test Component Busy", "SetCallback");
+        } else if (!pTestComponent) {
             answer = UninitializedTCException();
         } else {
             pTestComponent->eventCallback = callback;
@@ -156,16 +262,39 @@ char* SetCallback(char* (*callback)(const char* xml)) {
     } catch (...) {
         answer = errorAnswer("Corvane internal error", "SetCallback");
     }
-    return pushAnswer(setCallbackResultStack, answer);
+    try {
+        return pushAnswer(setCallbackResultStack, callbackAnswerThreads, answer);
+    } catch (...) {
+        return nullptr;  // out of memory: nothing can be handed out
+    }
+}
+
+// The component's answer to `xml`; the caller holds what keeps the
+// component alive.
+static std::string dispatch(const char* xml) {
+    if (!pTestComponent) return UninitializedTCException();
+    return pTestComponent->ExecuteXMLCommand(xml);
 }
 
 char* ExecuteXMLCommand(const char* xml) {
     std::string answer;
     try {
-        if (!pTestComponent)
-            answer = UninitializedTCException();
-        else
-            answer = pTestComponent->ExecuteXMLCommand(xml ? xml : "");
+        const char* text = xml ? xml : "";
+        const std::string refusal = oversize(text);
+        if (!refusal.empty()) {
+            answer = TvkError("Command too large", refusal, "").GetXml();
+        } else if (commandgate::IsCancelText(text)) {
+            // A cancel overtakes a running test: the device lock keeps the
+            // component and its devices, the command lock is not waited for.
+            commandgate::DevicePass devices;
+            answer = dispatch(text);
+        } else {
+            commandgate::CommandPass pass;
+            if (pass.Granted())
+                answer = dispatch(text);
+            else
+                answer = TvkError("Test Component Busy", commandName(text), "").GetXml();
+        }
     } catch (const TvkError& e) {
         try {
             answer = e.GetXml();
@@ -178,15 +307,25 @@ char* ExecuteXMLCommand(const char* xml) {
         answer = errorAnswer("Corvane internal error", "");
     }
     try {
-        return pushAnswer(executeXMLCommandResultStack, answer);
+        return pushAnswer(executeXMLCommandResultStack, executeAnswerThreads, answer);
     } catch (...) {
         return nullptr;  // out of memory: nothing can be handed out
     }
 }
 
-void FreeLastSetCallbackResult() { popAnswer(setCallbackResultStack); }
+void FreeLastSetCallbackResult() {
+    try {
+        popAnswer(setCallbackResultStack, callbackAnswerThreads);
+    } catch (...) {
+    }
+}
 
-void FreeLastExecuteXMLCommandResult() { popAnswer(executeXMLCommandResultStack); }
+void FreeLastExecuteXMLCommandResult() {
+    try {
+        popAnswer(executeXMLCommandResultStack, executeAnswerThreads);
+    } catch (...) {
+    }
+}
 
 void InitializeTCTranslator(const char* text) {
     if (!text) return;

@@ -11,6 +11,7 @@
 #include "common/TvkError.h"
 #include "common/XmlDocument.h"
 #include "common/xmldef.h"
+#include "tc/frame/CommandGate.h"
 #include "tc/frame/EntryPoints.h"
 #include "tc/framework/Test.h"
 
@@ -32,7 +33,7 @@ static Device* Found(Device* device, const std::string& name) {
 TestComponent::TestComponent(const TestComponent& other)
     : Persistent(other),
       buildingCatalog(other.buildingCatalog),
-      eventCallback(other.eventCallback),
+      eventCallback(other.eventCallback.load()),
       componentName(other.componentName) {
     for (const Device* d : other.devices) {
         Device* copy = static_cast<Device*>(d->CreateCopy());
@@ -77,23 +78,37 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
     std::string answer;
     try {
         if (isCommand(name, xmldef::catalog)) {
+            commandgate::DevicesInUse inUse;
+            // Cleared on every way out, an event that cannot be sent included.
+            struct Building {
+                bool& flag;
+                ~Building() { flag = false; }
+            } building{buildingCatalog};
             buildingCatalog = true;
             WriteEventLog(Translate("Building Catalog"), "");
             answer = Catalog();
-            buildingCatalog = false;
         } else if (isCommand(name, xmldef::id)) {
+            // Discovery replaces the devices: not from inside a command of
+            // this thread that still works on them.
+            if (!commandgate::MayReplaceDevices()) throw TvkError("Test Component Busy", name, "");
+            commandgate::DevicesInUse inUse;
+            commandgate::DevicePass devices;
             WriteEventLog(Translate("Device Discovery Started"), "");
             answer = ID();
         } else if (isCommand(name, xmldef::runTest)) {
+            commandgate::DevicesInUse inUse;
             XmlObject command(document);
             answer = RunTest(command);
             if (answer.find("failed") != std::string::npos) CreateTestComponentFailureLogFile(component);
         } else if (isCommand(name, xmldef::cancelTest)) {
+            commandgate::DevicesInUse inUse;
             answer = CancelTest(XmlObject(document));
         } else if (isCommand(name, "runDiagnosis")) {
+            commandgate::DevicesInUse inUse;
             XmlObject command(document);
             answer = RunDiagnosis(command);
         } else if (isCommand(name, "deviceAction")) {
+            commandgate::DevicesInUse inUse;
             XmlObject command(document);
             DeviceAction(command);
         } else if (isCommand(name, "getDiagVersion")) {
@@ -116,7 +131,6 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
 }
 
 std::string TestComponent::ErrorAnswer(const TvkError& error, const std::string& component) {
-    buildingCatalog = false;
     try {
         // The description is code - key;text, the text being the key and
         // ": detail" when there is one. Written straight into the event; a
@@ -176,8 +190,8 @@ std::string TestComponent::CancelTest(const XmlObject& command) {
     device->CancelTest(command);
     const Test* test = device->FindTest(testName);
     answer.name = xmldef::diagOutput;
-    answer.SetAttribute(xmldef::loop, test ? test->loop : 0, 10);
-    answer.SetAttribute(xmldef::recordNum, test ? test->recordNum : 0, 10);
+    answer.SetAttribute(xmldef::loop, test ? test->loop.load() : 0, 10);
+    answer.SetAttribute(xmldef::recordNum, test ? test->recordNum.load() : 0, 10);
     answer.SetAttribute(xmldef::type, xmldef::cancelTest);
     answer.SetAttribute(xmldef::status, Translate("Success"));
     return answer.GetXmlString();
@@ -217,7 +231,7 @@ Device* TestComponent::FindDevice(const std::string& name) {
 std::string TestComponent::SendEventNotification(const std::string& xml) { return SendEventNotification(xml.c_str()); }
 
 std::string TestComponent::SendEventNotification(const char* xml) {
-    EventCallback callback = eventCallback;
+    const EventCallback callback = eventCallback.load();
     if (!callback) throw TvkError("Event callback not registered!", "", "");
     char* reply = callback(xml);
     if (!reply) return std::string();

@@ -3,6 +3,7 @@
 // turns errors into XML answers and sends events to the host.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <set>
 #include <string>
@@ -17,7 +18,8 @@ class TestComponent : public Persistent {
 public:
     bool buildingCatalog = false;
     DeviceSet devices;
-    EventCallback eventCallback = nullptr;
+    // Set by SetCallback; read by a cancel or a prompt's thread too.
+    std::atomic<EventCallback> eventCallback{nullptr};
     std::string componentName;
 
     static std::string diagsWriteDirectory;

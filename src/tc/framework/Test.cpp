@@ -37,8 +37,8 @@ Test::Test(const Test& other)
     : Persistent(other),
       name(other.name),
       device(other.device),
-      loop(other.loop),
-      recordNum(other.recordNum),
+      loop(other.loop.load()),
+      recordNum(other.recordNum.load()),
       canceled(other.canceled.load()),
       retries(other.retries),
       currentTry(other.currentTry),
@@ -83,8 +83,12 @@ void Test::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
         in >> name;
         in.ReadReference(device);
         bool wasCanceled = false;
-        in >> loop >> recordNum >> wasCanceled >> retries >> currentTry >> caption >> description >> currentState >>
+        int32_t storedLoop = 0;
+        int32_t storedRecord = 0;
+        in >> storedLoop >> storedRecord >> wasCanceled >> retries >> currentTry >> caption >> description >> currentState >>
             percentComplete >> operationCaption >> cpu;
+        loop = storedLoop;
+        recordNum = storedRecord;
         canceled = wasCanceled;
         in >> interactive >> requiresMedia >> requiresEquipment >> requiresWindow >> quick >> complete >> localOnly >>
             singleThread >> fieldtest >> destructive >> runMeNow >> romTest;
@@ -93,7 +97,7 @@ void Test::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
         optstream& out = static_cast<optstream&>(stream);
         out << name;
         out.WriteReference(device);
-        out << loop << recordNum << canceled.load() << retries << currentTry << caption << description
+        out << loop.load() << recordNum.load() << canceled.load() << retries << currentTry << caption << description
             << currentState << percentComplete << operationCaption << cpu;
         out << interactive << requiresMedia << requiresEquipment << requiresWindow << quick << complete << localOnly
             << singleThread << fieldtest << destructive << runMeNow << romTest;
@@ -190,7 +194,8 @@ std::string Test::Run(XmlObject& command) {
         startTicks = TickTimer::GetCurrentTimeInTicks();
         DoSetup(command);
         cpu = 0;
-        dbgprintf("%s\n", command.GetXmlString().c_str());
+        // Written only when someone reads it: a command may be megabytes.
+        if (IsDebugOutputEnabled()) dbgprintf("%s\n", command.GetXmlString().c_str());
         SetParameters();
         parameters.Parse(command);
 
@@ -321,8 +326,8 @@ XmlObject Test::CreateEventObject(const std::string& tag) {
     event.SetAttribute(xmldef::test, name);
     event.SetAttribute(xmldef::percentComplete, percentComplete, 10);
     event.SetAttribute(xmldef::currentState, currentState);
-    event.SetAttribute(xmldef::loop, loop, 10);
-    event.SetAttribute(xmldef::recordNum, recordNum, 10);
+    event.SetAttribute(xmldef::loop, loop.load(), 10);
+    event.SetAttribute(xmldef::recordNum, recordNum.load(), 10);
     event.SetAttribute(xmldef::OperationCaption, operationCaption);
     return event;
 }

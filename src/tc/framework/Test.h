@@ -23,8 +23,9 @@ class Test : public Persistent {
 public:
     std::string name;
     Device* device = nullptr;  // not owned
-    int32_t loop = 0;
-    int32_t recordNum = 0;
+    // Written by the run, read by a cancel from another thread.
+    std::atomic<int32_t> loop{0};
+    std::atomic<int32_t> recordNum{0};
     // Set by a cancel command, possibly from another thread; read between tries.
     std::atomic<bool> canceled{false};
     int32_t retries = 0;

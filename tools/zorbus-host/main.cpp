@@ -38,7 +38,7 @@ size_t nextAnswer = 0;
 volatile sig_atomic_t testRunning = 0;
 volatile sig_atomic_t cancelWanted = 0;
 const host::Command* runningTest = nullptr;
-bool cancelSent = false;
+bool cancelShown = false;
 
 void OnInterrupt(int) {
     if (testRunning && !cancelWanted) {
@@ -113,14 +113,18 @@ std::string PromptReply(const std::string& xml) {
     return reply;
 }
 
-// Sends the cancel that Ctrl-C asked for, once per test. Called from inside
-// the callback only, where a nested command is released before the outer.
+// Sends the cancel that Ctrl-C asked for, with every event of the test until
+// its result arrives: a cancel that comes with "Test Started", before the
+// run has begun, is acknowledged and then forgotten when the run starts.
+// Its answer is shown once. Called from inside the callback only, where a
+// nested command is released before the outer.
 void SendWantedCancel() {
-    if (!cancelWanted || !runningTest || cancelSent) return;
-    cancelSent = true;
+    if (!cancelWanted || !runningTest) return;
     host::Command cancel = *runningTest;
     cancel.kind = host::Command::Cancel;
-    display->Answer(cancel, component.Execute(host::CommandXml(cancel, options.component)));
+    const std::string answer = component.Execute(host::CommandXml(cancel, options.component));
+    if (!cancelShown) display->Answer(cancel, answer);
+    cancelShown = true;
 }
 
 char* OnEvent(const char* text) {
@@ -187,7 +191,7 @@ int main(int argc, char** argv) {
         const bool isTest = command.kind == host::Command::RunTest;
         if (isTest) {
             runningTest = &command;
-            cancelSent = false;
+            cancelShown = false;
             cancelWanted = 0;
             testRunning = 1;
         }

@@ -10,11 +10,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <mutex>
+#include <random>
 #include <stdexcept>
 #include <thread>
 
@@ -44,11 +49,15 @@ std::string Decode(std::string text) {
 //   hold XML             ExecuteXMLCommand, kept
 //   release              both releases; answers the innermost answer still held
 //   file PATH            a file's bytes, as answer
+//   stress SECONDS       four threads send a random mix of commands for that long, each answer released by its
+//                        own thread; answers: how often each command ran, and each answer whose element did not
+//                        fit its command
 // Transcript: records "kind length\ntext\n"; kind "step", "answer" or "event".
 // Prompts are answered with the first button, as an operator pressing OK.
 
 int factoryMode = 0, diagsMedium = 0;
 std::FILE* transcript = nullptr;
+std::atomic<bool> stressing{false};  // events are not recorded while threads overlap
 
 void Record(const char* kind, const std::string& text) {  // state files hold zero bytes
     std::fprintf(transcript, "%s %zu\n", kind, text.size());
@@ -58,10 +67,47 @@ void Record(const char* kind, const std::string& text) {  // state files hold ze
 }
 
 char* Callback(const char* xml) {
-    Record("event", xml ? xml : "<null>");
+    if (!stressing) Record("event", xml ? xml : "<null>");
     if (!xml || std::strncmp(xml, "<diagPrompt ", 12) != 0) return nullptr;
     static const char reply[] = "<diagPromptResponse value=\"0\"/>";
     return std::strcpy(new char[sizeof reply], reply);
+}
+
+// The commands of a stress run, each with the elements its answer may have.
+const std::pair<const char*, Strings> stressMix[] = {
+    {"<id/>", {"idResult"}},
+    {"<catalog/>", {"catResult"}},
+    {"<runTest device=\"usbDevice0\" test=\"rootHubTest\"/>", {"testResult"}},
+    {"<cancelTest device=\"usbDevice0\" test=\"rootHubTest\"/>", {"diagOutput", "testResult"}},  // before any id
+    {"<getDiagVersion/>", {"diagVersion"}},
+    {"<runDiagnosis device=\"usbDevice0\"/>", {"diagnosisResult", "diagOutput"}},
+};
+
+std::string Stress(int seconds, char* (*execute)(const char*), void (*release)()) {
+    std::mutex mutex;
+    std::map<std::string, int> counts;
+    std::string unexpected;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    std::vector<std::thread> threads;
+    for (unsigned seed = 1; seed <= 4; ++seed)
+        threads.emplace_back([&, seed] {
+            std::mt19937 random(seed);
+            while (std::chrono::steady_clock::now() < end) {
+                const auto& command = stressMix[random() % std::size(stressMix)];
+                const char* answer = execute(command.first);
+                const std::string text = answer ? answer : "";
+                const std::string element = text.substr(1, text.find_first_of(" />", 1) - 1);
+                release();
+                std::lock_guard<std::mutex> hold(mutex);
+                ++counts[std::string(command.first).substr(1, std::string(command.first).find_first_of(" /") - 1)];
+                if (std::find(command.second.begin(), command.second.end(), element) == command.second.end())
+                    unexpected += std::string(command.first) + " -> " + text.substr(0, 200) + "\n";
+            }
+        });
+    for (std::thread& t : threads) t.join();
+    std::string summary;
+    for (const auto& c : counts) summary += c.first + " " + std::to_string(c.second) + "\n";
+    return summary + unexpected;
 }
 
 int RunHostSession(const char* scriptPath, const char* transcriptPath) {
@@ -119,6 +165,12 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath) {
             FreeLastSetCallbackResult();
             if (!held.empty()) held.pop_back();
             Answer(held.empty() ? "<none>" : held.back());
+        } else if (verb == "stress") {
+            stressing = true;
+            const std::string summary =
+                Stress(std::atoi(text.c_str()), ExecuteXMLCommand, FreeLastExecuteXMLCommandResult);
+            stressing = false;
+            Answer(summary.c_str());
         } else if (verb == "file") {
             Record("answer", access(text.c_str(), F_OK) == 0 ? ReadText(text) : "<no file>");
         } else {

@@ -1,6 +1,9 @@
 // The C entry points and the command dispatcher, driven as a host drives them, on a bare testbed.
 #include <dlfcn.h>
 
+#include <map>
+#include <sstream>
+
 #include "Host.h"
 
 namespace {
@@ -164,4 +167,26 @@ TEST(EntryPoints, LibraryExportsItsEntryPointsAndHidesPugixml) {
     // A host with a pugixml of its own must not meet ours.
     for (const char* name : {"_ZN4pugi12xml_documentC1Ev", "_ZN4pugi12xml_document11load_stringEPKcj"})
         EXPECT_EQ(dlsym(library, name), nullptr) << name;
+}
+
+// Four host threads send discoveries, catalogues, tests, cancels, version
+// requests and diagnoses at once for three seconds. Every command runs and
+// each answer fits its command; in the sanitizer builds the session's exit
+// status also says that nothing was reported.
+TEST(EntryPoints, FourThreadsSendingAMixOfCommandsAtOnce) {
+    FakeMachine m("example");
+    const Session s = m.Run(Opening(false, {"stress 3"}));
+    std::istringstream summary(s.Nth("stress").answer);
+    std::map<std::string, int> counts;
+    std::string unexpected;
+    for (std::string line; std::getline(summary, line);) {
+        const size_t blank = line.find(' ');
+        if (line.find(" -> ") != std::string::npos || blank == std::string::npos)
+            unexpected += line + "\n";
+        else
+            counts[line.substr(0, blank)] = std::atoi(line.c_str() + blank + 1);
+    }
+    EXPECT_EQ(unexpected, "");
+    for (const char* command : {"id", "catalog", "runTest", "cancelTest", "getDiagVersion", "runDiagnosis"})
+        EXPECT_GT(counts[command], 0) << command;
 }

@@ -1,6 +1,7 @@
 // Discovery from `lsusb -v` as a host sees it: no devices file in the testbed,
 // and a stub lsusb that prints hand-written, captured, broken or odd text.
 #include <algorithm>
+#include <filesystem>
 
 #include "Host.h"
 
@@ -172,4 +173,36 @@ TEST(LsusbRoad, OddTextIsNeverFatal) {
         EXPECT_EQ(result.children[600].Attr("description"), "Stick - ");
         EXPECT_EQ(result.children[600].Attr("caption"), "USB Device 601");
     }
+}
+
+// Whatever was planted in the working directory at the names of the files the
+// component writes there stays as it was, and so does what it points to.
+TEST(LsusbRoad, PlantedLinksInTheWorkingDirectoryAreNeverFollowed) {
+    namespace fs = std::filesystem;
+    const std::string text = ReadText(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/lsusb_texts/machine.txt");
+    const auto m = LsusbOnly("", text);
+    if (!m) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
+    const std::string folder = m->folder + "/";
+    m->Write("victims/devices", "kept 1\n");
+    m->Write("victims/trace", "kept 2\n");
+    fs::create_symlink(folder + "victims/devices", folder + "work/devices");
+    fs::create_hard_link(folder + "victims/trace", folder + "work/bang1.txt");
+    fs::create_symlink(folder + "victims/mark", folder + "work/libzorbus.so.failure.version");
+
+    m->Run(Opening(true, {"medium 1", "run <id/>", "run <bogus component=\"libzorbus.so\"/>",
+                          "run <bogus component=\"../evil.so\"/>"}));
+
+    EXPECT_EQ(m->Read("victims/devices"), "kept 1\n");
+    EXPECT_EQ(m->Read("victims/trace"), "kept 2\n");
+    EXPECT_FALSE(m->Has("victims/mark"));
+    // The component wrote files of its own in place of the links.
+    EXPECT_FALSE(fs::is_symlink(folder + "work/devices"));
+    EXPECT_EQ(m->Read("work/devices"), text);
+    EXPECT_EQ(fs::hard_link_count(folder + "work/bang1.txt"), 1u);
+    EXPECT_NE(m->Read("work/bang1.txt").find("reformat "), std::string::npos);
+    // An existing mark, a link too, is never replaced.
+    EXPECT_TRUE(fs::is_symlink(folder + "work/libzorbus.so.failure.version"));
+    // A component name with a path leaves its mark in the working directory.
+    EXPECT_TRUE(m->Has("work/evil.so.failure.version"));
+    EXPECT_FALSE(m->Has("evil.so.failure.version"));
 }

@@ -1,10 +1,12 @@
 // Tools without a shell, the scratch file never followed through a link, mounting, test steps.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <memory>
 
 #include "common/TvkError.h"
+#include "platform/SystemHelpers.h"
 #include "tc/usb/linux/ExternalTool.h"
 #include "tc/usb/linux/FileCompare.h"
 #include "tc/usb/linux/UsbMount.h"
@@ -51,6 +53,30 @@ TEST(ExternalTool, HostileTextStaysOneArgumentAndTheScratchFileIsNoLink) {
     struct stat st {};
     ASSERT_EQ(lstat(scratch.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & (S_IFMT | 0777), S_IFREG | 0600u);
+}
+
+// The working directory's own files: appended to while they are the
+// component's, replaced when something else stands at their name.
+TEST(OpenOwnFile, AppendsToItsOwnFileAndReplacesAFifoWithoutWaiting) {
+    TempDir dir(true);
+    const std::string trace = dir.Write("trace", "first\n");
+    int fd = OpenOwnFile(trace, O_APPEND);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(write(fd, "second\n", 7), 7);
+    close(fd);
+    EXPECT_EQ(dir.Read("trace"), "first\nsecond\n");
+
+    const std::string fifo = dir.Path("devices");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    fd = OpenOwnFile(fifo, O_TRUNC);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    struct stat st {};
+    ASSERT_EQ(lstat(fifo.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISREG(st.st_mode));
+    // With O_EXCL anything at the name is left alone.
+    EXPECT_EQ(OpenOwnFile(trace, O_EXCL), -1);
+    EXPECT_EQ(dir.Read("trace"), "first\nsecond\n");
 }
 
 TEST(UsbMountTools, SerialToDiskAndMountingThroughStubs) {

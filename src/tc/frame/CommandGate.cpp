@@ -64,15 +64,15 @@ bool MayReplaceDevices() { return state.devicesInUse == 0 && state.deviceHolds =
 bool IsCancelText(const char* text) {
     if (!text) return false;
     const char* p = text;
-    if (std::strncmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
+    if (*p == '\xEF' && std::strncmp(p, "\xEF\xBB\xBF", 3) == 0) p += 3;
     while (isBlank(*p)) ++p;
-    if (std::strncmp(p, "<?xml", 5) == 0) {
+    if (p[0] == '<' && p[1] == '?' && std::strncmp(p, "<?xml", 5) == 0) {
         const char* end = std::strstr(p, "?>");
         if (!end) return false;
         p = end + 2;
         while (isBlank(*p)) ++p;
     }
-    if (*p++ != '<') return false;
+    if (*p++ != '<' || (*p != 'c' && *p != 'C')) return false;
     const size_t length = std::strlen(xmldef::cancelTest);
     if (strncasecmp(p, xmldef::cancelTest, length) != 0) return false;
     const char after = p[length];

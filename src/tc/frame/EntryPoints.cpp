@@ -7,6 +7,7 @@
 #include <cstring>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "common/Debug.h"
 #include "common/Persistent.h"
@@ -37,11 +38,13 @@ static const char* const failureLogSuffix = ".failure.version";
 // answer remembers the thread it was handed to, so that a release takes that
 // thread's latest answer; nested calls of one thread still go innermost first.
 static std::mutex stackLock;
-static std::deque<std::thread::id> executeAnswerThreads;
-static std::deque<std::thread::id> callbackAnswerThreads;
+static std::vector<std::thread::id> executeAnswerThreads;
+static std::vector<std::thread::id> callbackAnswerThreads;
 
-static char* pushAnswer(std::deque<char*>& stack, std::deque<std::thread::id>& threads, const std::string& answer) {
-    char* copy = stringdup(answer.c_str());
+static char* pushAnswer(std::deque<char*>& stack, std::vector<std::thread::id>& threads, const std::string& answer) {
+    // The host reads up to the first NUL, as with any C string.
+    char* copy = new char[answer.size() + 1];
+    std::memcpy(copy, answer.c_str(), answer.size() + 1);
     std::lock_guard<std::mutex> hold(stackLock);
     try {
         threads.push_back(std::this_thread::get_id());
@@ -60,22 +63,29 @@ static char* pushAnswer(std::deque<char*>& stack, std::deque<std::thread::id>& t
 
 // The latest answer of the calling thread, or, for a thread that has none of
 // its own, the latest of all.
-static void popAnswer(std::deque<char*>& stack, std::deque<std::thread::id>& threads) {
+static void popAnswer(std::deque<char*>& stack, std::vector<std::thread::id>& threads) {
     char* last = nullptr;
     {
         std::lock_guard<std::mutex> hold(stackLock);
         if (stack.empty()) return;
         const std::thread::id self = std::this_thread::get_id();
         size_t at = stack.size() - 1;
-        for (size_t i = stack.size(); i-- > 0;) {
-            if (threads[i] == self) {
-                at = i;
-                break;
+        if (threads[at] != self) {
+            for (size_t i = at; i-- > 0;) {
+                if (threads[i] == self) {
+                    at = i;
+                    break;
+                }
             }
         }
         last = stack[at];
-        stack.erase(stack.begin() + static_cast<std::ptrdiff_t>(at));
-        threads.erase(threads.begin() + static_cast<std::ptrdiff_t>(at));
+        if (at + 1 == stack.size()) {  // as a rule
+            stack.pop_back();
+            threads.pop_back();
+        } else {
+            stack.erase(stack.begin() + static_cast<std::ptrdiff_t>(at));
+            threads.erase(threads.begin() + static_cast<std::ptrdiff_t>(at));
+        }
     }
     delete[] last;
 }
@@ -102,9 +112,11 @@ static const size_t maxTextTags = 1u << 19;
 static const size_t maxTextAttributes = 1u << 20;
 
 // Empty when `text` may be parsed; otherwise the detail of the refusal.
-static std::string oversize(const char* text) {
-    const size_t length = strnlen(text, maxTextBytes + 1);
+// `length` is the text's, when it is accepted.
+static std::string oversize(const char* text, size_t& length) {
+    length = strnlen(text, maxTextBytes + 1);
     if (length > maxTextBytes) return strprintf("more than %zu bytes", maxTextBytes);
+    if (length <= maxTextTags) return std::string();  // too short to exceed either count
     size_t tags = 0;
     size_t attributes = 0;
     for (const char* p = text; *p; ++p) {
@@ -156,7 +168,8 @@ static void uninitializeHeld(const char* xml) {
     TestComponent* component = pTestComponent;
     if (!component) return;
     try {
-        if (xml && oversize(xml).empty()) {
+        size_t length = 0;
+        if (xml && oversize(xml, length).empty()) {
             XmlObject request(xml);
             const std::string stateFile = request.GetAttributeValue("persistentFilename", "");
             if (!stateFile.empty()) {
@@ -199,7 +212,8 @@ void Initialize(const char* initXml) {
         const char* text = initXml ? initXml : "";
         XmlObject init;
         try {
-            const std::string refusal = oversize(text);
+            size_t length = 0;
+            const std::string refusal = oversize(text, length);
             if (!refusal.empty()) throw TvkError("Command too large", refusal, "");
             init = XmlObject(text);
         } catch (const TvkError& e) {
@@ -269,29 +283,30 @@ char* SetCallback(char* (*callback)(const char* xml)) {
     }
 }
 
-// The component's answer to `xml`; the caller holds what keeps the
-// component alive.
-static std::string dispatch(const char* xml) {
+// The component's answer to `length` characters of `xml`; the caller holds
+// what keeps the component alive.
+static std::string dispatch(const char* xml, size_t length) {
     if (!pTestComponent) return UninitializedTCException();
-    return pTestComponent->ExecuteXMLCommand(xml);
+    return pTestComponent->ExecuteXMLCommand(std::string(xml, length));
 }
 
 char* ExecuteXMLCommand(const char* xml) {
     std::string answer;
     try {
         const char* text = xml ? xml : "";
-        const std::string refusal = oversize(text);
+        size_t length = 0;
+        const std::string refusal = oversize(text, length);
         if (!refusal.empty()) {
             answer = TvkError("Command too large", refusal, "").GetXml();
         } else if (commandgate::IsCancelText(text)) {
             // A cancel overtakes a running test: the device lock keeps the
             // component and its devices, the command lock is not waited for.
             commandgate::DevicePass devices;
-            answer = dispatch(text);
+            answer = dispatch(text, length);
         } else {
             commandgate::CommandPass pass;
             if (pass.Granted())
-                answer = dispatch(text);
+                answer = dispatch(text, length);
             else
                 answer = TvkError("Test Component Busy", commandName(text), "").GetXml();
         }
@@ -343,10 +358,11 @@ void SetDataRepositoryProvider(DataRepository* (*provider)()) { setDataRepositor
 
 void CreateTestComponentFailureLogFile(const std::string& componentName) {
     try {
+        if (!nvxIsFactory() || !nvxIsDiagsCD()) return;
         // The name is used as a file name only: a path given as the
         // component's name cannot put the mark outside the working directory.
         const std::string fileName = componentName.substr(componentName.rfind('/') + 1);
-        if (!nvxIsFactory() || !nvxIsDiagsCD() || fileName.find(".so") == std::string::npos) return;
+        if (fileName.find(".so") == std::string::npos) return;
         const std::string path = "./" + fileName + failureLogSuffix;
         if (FileExists(path)) return;
         // O_EXCL: a mark that someone else made meanwhile, or anything

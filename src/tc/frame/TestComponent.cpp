@@ -62,9 +62,21 @@ void TestComponent::DiagRunBegin(const XmlObject&) {}
 void TestComponent::DiagRunEnd(const XmlObject&) {}
 
 // Whole-name, case-insensitive match of a command name. The lengths are
-// compared first: most keywords are ruled out without reading a character.
-static bool isCommand(const std::string& name, const char* keyword) {
-    return name.size() == std::strlen(keyword) && strcasecmp(name.c_str(), keyword) == 0;
+// compared first, each keyword's taken once: most keywords are ruled out
+// without reading a character.
+namespace {
+struct Keyword {
+    const char* text;
+    size_t length;
+    explicit Keyword(const char* keyword) : text(keyword), length(std::strlen(keyword)) {}
+};
+const Keyword catalogCommand(xmldef::catalog), idCommand(xmldef::id), runTestCommand(xmldef::runTest),
+    cancelTestCommand(xmldef::cancelTest), runDiagnosisCommand("runDiagnosis"), deviceActionCommand("deviceAction"),
+    versionCommand("getDiagVersion"), diagRunBeginCommand("diagRunBegin"), diagRunEndCommand("diagRunEnd");
+}  // namespace
+
+static bool isCommand(const char* name, size_t length, const Keyword& keyword) {
+    return length == keyword.length && strcasecmp(name, keyword.text) == 0;
 }
 
 std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
@@ -73,11 +85,13 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
     // commands that read more than the root's name and component convert
     // the whole element.
     const XmlDocument document(text);
-    const std::string name = document.RootName();
-    const std::string component = document.RootAttribute(xmldef::component);
+    const char* const name = document.RootName();
+    const size_t nameLength = std::strlen(name);
+    // Read where the parse left it; made a string only on the ways that need one.
+    const char* const component = document.RootAttribute(xmldef::component);
     std::string answer;
     try {
-        if (isCommand(name, xmldef::catalog)) {
+        if (isCommand(name, nameLength, catalogCommand)) {
             commandgate::DevicesInUse inUse;
             // Cleared on every way out, an event that cannot be sent included.
             struct Building {
@@ -87,7 +101,7 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
             buildingCatalog = true;
             WriteEventLog(Translate("Building Catalog"), "");
             answer = Catalog();
-        } else if (isCommand(name, xmldef::id)) {
+        } else if (isCommand(name, nameLength, idCommand)) {
             // Discovery replaces the devices: not from inside a command of
             // this thread that still works on them.
             if (!commandgate::MayReplaceDevices()) throw TvkError("Test Component Busy", name, "");
@@ -95,28 +109,28 @@ std::string TestComponent::ExecuteXMLCommand(const std::string& text) {
             commandgate::DevicePass devices;
             WriteEventLog(Translate("Device Discovery Started"), "");
             answer = ID();
-        } else if (isCommand(name, xmldef::runTest)) {
+        } else if (isCommand(name, nameLength, runTestCommand)) {
             commandgate::DevicesInUse inUse;
             XmlObject command(document);
             answer = RunTest(command);
             if (answer.find("failed") != std::string::npos) CreateTestComponentFailureLogFile(component);
-        } else if (isCommand(name, xmldef::cancelTest)) {
+        } else if (isCommand(name, nameLength, cancelTestCommand)) {
             commandgate::DevicesInUse inUse;
             answer = CancelTest(XmlObject(document));
-        } else if (isCommand(name, "runDiagnosis")) {
+        } else if (isCommand(name, nameLength, runDiagnosisCommand)) {
             commandgate::DevicesInUse inUse;
             XmlObject command(document);
             answer = RunDiagnosis(command);
-        } else if (isCommand(name, "deviceAction")) {
+        } else if (isCommand(name, nameLength, deviceActionCommand)) {
             commandgate::DevicesInUse inUse;
             XmlObject command(document);
             DeviceAction(command);
-        } else if (isCommand(name, "getDiagVersion")) {
+        } else if (isCommand(name, nameLength, versionCommand)) {
             answer = diagVersionRecord;
-        } else if (isCommand(name, "diagRunBegin")) {
+        } else if (isCommand(name, nameLength, diagRunBeginCommand)) {
             const XmlObject command(document);
             if (const XmlObject* run = command.FindFirstMatch("diagRun", "")) DiagRunBegin(*run);
-        } else if (isCommand(name, "diagRunEnd")) {
+        } else if (isCommand(name, nameLength, diagRunEndCommand)) {
             const XmlObject command(document);
             if (const XmlObject* run = command.FindFirstMatch("diagRun", "")) DiagRunEnd(*run);
         } else {

@@ -2,7 +2,12 @@
 // parse and serialise of the same command text in the same run. On a busy
 // machine compare medians of interleaved runs:
 //   bench_dispatch --benchmark_enable_random_interleaving=true --benchmark_repetitions=12
+// Also the peak memory of the costliest command text accepted, against its
+// size (target: at most 20 times).
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <pugixml.hpp>
 #include <string>
@@ -46,6 +51,48 @@ void roundTrip(benchmark::State& state, const char* command) {
     }
 }
 
+// 16 MiB, the most a command may be: nearly as many empty elements with text
+// between them and as many attributes as are accepted, the rest one long
+// value; a run command, so that the whole element is converted too.
+std::string CostliestAcceptedCommand() {
+    const size_t limit = 16u << 20;
+    std::string text = "<runTest device=\"usbDevice0\" test=\"rootHubTest\"";
+    for (int i = 0; i < 1048000; ++i) text += " b" + std::to_string(i) + "=\"\"";
+    std::string elements = "\">";
+    for (int i = 0; i < 524000; ++i) elements += "<a/>x";
+    elements += "</runTest>";
+    text += " pad=\"" + std::string(limit - text.size() - 6 - elements.size(), 'p') + elements;
+    return text;
+}
+
+// Peak resident memory a command adds, over its size; each in a fresh
+// process, since the peak of a process never goes down.
+void PeakMemoryOfTheCostliestCommand(benchmark::State& state) {
+    static const std::string text = CostliestAcceptedCommand();
+    double ratio = 0;
+    for (auto _ : state) {
+        int pipeFds[2];
+        if (pipe(pipeFds) != 0) state.SkipWithError("pipe");
+        const pid_t child = fork();
+        if (child == 0) {
+            Component component;
+            rusage before {}, after {};
+            getrusage(RUSAGE_SELF, &before);
+            ExecuteXMLCommand(text.c_str());
+            getrusage(RUSAGE_SELF, &after);
+            const double grown = 1024.0 * static_cast<double>(after.ru_maxrss - before.ru_maxrss) / text.size();
+            _exit(write(pipeFds[1], &grown, sizeof grown) == sizeof grown ? 0 : 1);
+        }
+        close(pipeFds[1]);
+        if (read(pipeFds[0], &ratio, sizeof ratio) != sizeof ratio) state.SkipWithError("no figure from the child");
+        close(pipeFds[0]);
+        waitpid(child, nullptr, 0);
+    }
+    state.counters["bytes"] = static_cast<double>(text.size());
+    state.counters["peak_per_byte"] = ratio;
+    state.counters["target"] = 20;
+}
+
 const char* const version = "<getDiagVersion component=\"libzorbus\"/>";
 const char* const unknown = "<noSuchCommand component=\"libzorbus\"/>";
 
@@ -53,6 +100,7 @@ BENCHMARK_CAPTURE(bareParseAndSerialise, getDiagVersion, version);
 BENCHMARK_CAPTURE(roundTrip, getDiagVersion, version);
 BENCHMARK_CAPTURE(bareParseAndSerialise, unknownCommand, unknown);
 BENCHMARK_CAPTURE(roundTrip, unknownCommand, unknown);
+BENCHMARK(PeakMemoryOfTheCostliestCommand)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

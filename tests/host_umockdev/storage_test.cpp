@@ -1,5 +1,7 @@
 // The file write compare and USB port tests on machines with USB drives: stub
-// SCSI and mount tools that never mount anything, drives as plain testbed files.
+// SCSI and mount tools that never mount anything, drives as plain testbed files
+// (faults on them from drive_faults.cpp).
+#include <cstdlib>
 #include <filesystem>
 
 #include "Host.h"
@@ -13,6 +15,7 @@ const std::string install = "Install High Speed USB Flash Drives into all USB po
 const std::string sgMap =
     "/dev/sg0  /dev/sdb\n/dev/sg1  /dev/sdc\n/dev/sg2  /dev/sdd\n/dev/sg3  /dev/sde\n/dev/sg4  /dev/sdf\n";
 const std::string disk = "standard INQUIRY:\n  PQual=0  Device_type=0  RMB=1  version=0x04\n";
+const std::string swapHeads = "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n";
 const Strings mountAndCopy = {"sg_scan", "sg_map", "sg_inq [/dev/sdb]", "mkdir [-p] [/mnt/usbdrive]",
                               "mount [-t] [vfat] [/dev/sdb1] [/mnt/usbdrive]", "cp [SSO.DAT] [/mnt/usbdrive/SSO.DAT]",
                               "umount [/mnt/usbdrive]", "rm [-rf] [/mnt/usbdrive]"};
@@ -33,6 +36,7 @@ struct Drives : FakeMachine {
         Write("data/sg_scan", scan);
         Write("data/sg_map", sgMap);
         Write("data/sg_inq", disk);
+        Write("testbed/proc/swaps", swapHeads);  // none, whatever this machine has
     }
     // One test after discovery in field mode; the storage tools' calls into `calls`.
     Strings Test(const std::string& device, const std::string& test, const std::string& attributes,
@@ -59,6 +63,12 @@ struct Drives : FakeMachine {
             if (entry.path().filename().string().find(text) != std::string::npos) return true;
         return false;
     }
+};
+
+// A fault of drive_faults.cpp for the sessions started while it lives.
+struct Fault {
+    explicit Fault(const std::string& spec) { setenv("ZORBUS_DRIVE_FAULT", spec.c_str(), 1); }
+    ~Fault() { unsetenv("ZORBUS_DRIVE_FAULT"); }
 };
 
 }  // namespace
@@ -121,6 +131,32 @@ TEST(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
     // Another drive's partition mounted: this one is written and read back.
     EXPECT_EQ(m.Test(b, fwc, none), (Strings{"passed", "", ""}));
     EXPECT_EQ(m.Read("testbed/dev/sdb"), written);
+}
+
+TEST(FileWriteCompare, DrivesInUseAreRefusedEachWithItsTextAndNeverWritten) {
+    Drives m("storage_one");
+    m.Write("work/SSO.DAT", reference);
+    m.Write("testbed/dev/sdb", blank);
+    const std::string b = "usbDevice0", failed = "failed for drive /dev/sdb";
+    m.Play(fwc, {{{{"testbed/proc/swaps", swapHeads + "/dev/sda2 partition\t1048572\t0\t-2\n"
+                                                       "/dev/sdb2                       partition\t8\t0\t-3\n"}},
+                  b, none, {"failed", "Drive is in use as swap; it is not written", failed + ": /dev/sdb2 is swap"}},
+                 // Device mapper on the disk, RAID on a partition: the kernel lists both under holders.
+                 {{{"testbed/proc/swaps", swapHeads}, {"testbed/sys/block/sdb/holders/dm-0", ""},
+                   {"testbed/sys/block/sdb/sdb1/partition", "1\n"}, {"testbed/sys/block/sdb/sdb1/holders/md0", ""}},
+                  b, none, {"failed", "Drive is held by another block device; it is not written",
+                            failed + ": sdb held by dm-0, sdb1 held by md0"}}});
+    std::filesystem::remove(m.folder + "/testbed/sys/block/sdb/holders/dm-0");
+    EXPECT_EQ(m.Test(b, fwc, none),
+              (Strings{"failed", "Drive is held by another block device; it is not written",
+                       failed + ": sdb1 held by md0"}));
+    std::filesystem::remove_all(m.folder + "/testbed/sys");
+    {
+        const Fault busy("busy /dev/sdb");
+        EXPECT_EQ(m.Test(b, fwc, none),
+                  (Strings{"failed", "Drive is busy (exclusive open refused); it is not written", failed}));
+    }
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), blank);
 }
 
 TEST(UsbPortTest, EachCheckFailsWithItsTextAndAStuckMountIsNeverRemovedRecursively) {

@@ -73,20 +73,44 @@ std::vector<MountEntry> ReadMountTable() {
     return {};
 }
 
-bool IsDeviceOrPartitionMounted(const std::vector<MountEntry>& table, const std::string& device) {
+std::vector<MountEntry> ParseSwapTable(const std::string& text) {
+    std::vector<MountEntry> table;
+    std::istringstream in(text);
+    std::string line;
+    std::getline(in, line);  // the column heads
+    while (std::getline(in, line)) {
+        std::istringstream fields(line);
+        std::string file, type;
+        if (fields >> file >> type) table.push_back(MountEntry{Unescape(file), type});
+    }
+    return table;
+}
+
+std::vector<MountEntry> ReadSwapTable() {
+    std::ifstream in("/proc/swaps");
+    std::stringstream text;
+    text << in.rdbuf();
+    return ParseSwapTable(text.str());
+}
+
+const MountEntry* FindDeviceOrPartition(const std::vector<MountEntry>& table, const std::string& device) {
     const std::string canonicalDevice = Canonical(device);
     struct stat deviceStat {};
     const bool isBlock = stat(device.c_str(), &deviceStat) == 0 && S_ISBLK(deviceStat.st_mode);
     for (const MountEntry& entry : table) {
         if (IsSelfOrPartition(device, entry.source) || IsSelfOrPartition(canonicalDevice, entry.source) ||
             IsSelfOrPartition(canonicalDevice, Canonical(entry.source)))
-            return true;
+            return &entry;
         struct stat sourceStat {};
         if (isBlock && entry.source.compare(0, 1, "/") == 0 && stat(entry.source.c_str(), &sourceStat) == 0 &&
             S_ISBLK(sourceStat.st_mode) && sourceStat.st_rdev == deviceStat.st_rdev)
-            return true;
+            return &entry;
     }
-    return false;
+    return nullptr;
+}
+
+bool IsDeviceOrPartitionMounted(const std::vector<MountEntry>& table, const std::string& device) {
+    return FindDeviceOrPartition(table, device) != nullptr;
 }
 
 bool HasMountAtOrBelow(const std::vector<MountEntry>& table, const std::string& directory) {

@@ -14,7 +14,7 @@
 #include "common/TvkError.h"
 #include "common/xmldef.h"
 #include "tc/usb/linux/FileCompare.h"
-#include "tc/usb/linux/MountTable.h"
+#include "tc/usb/linux/DriveGuard.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBInfoReader.h"
@@ -50,19 +50,13 @@ bool WriteAll(int fd, const char* data, size_t size) {
 }  // namespace
 
 bool CopyFileToDrive(const std::string& source, const std::string& path) {
+    // Claimed while it is written: nothing mounts it meanwhile.
+    const int out = OpenDriveExclusively(path, strprintf("failed for drive %s", path.c_str()));
     std::FILE* in = std::fopen(source.c_str(), "r");
-    // The drive must exist already: a vanished disk is not made into a new
-    // file under /dev, and what it holds is not truncated.
-    const int out = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (!in && out >= 0) {
+    if (!in) {
         close(out);
         dbgprintf("Missing SSO.DAT file\n");
         throw TvkError("Could not locate files", "", "");
-    }
-    if (out < 0) {
-        if (in) std::fclose(in);
-        dbgprintf("Device Not Connected\n");
-        throw TvkError("Device Not Connected", strprintf("failed for drive %s", path.c_str()), "");
     }
     std::fseek(in, 0, SEEK_END);
     const long size = std::ftell(in);
@@ -173,9 +167,8 @@ bool FileWriteCompareTest::DoRun(const XmlObject&) {
         if (path.empty()) throw TvkError("Device Not Connected", "", "");
         const std::string message = strprintf("failed for drive %s", path.c_str());
         // The reference overwrites the disk from its first byte: a drive
-        // with a file system in use is never written.
-        if (IsDeviceOrPartitionMounted(ReadMountTable(), path))
-            throw TvkError("Drive has a mounted partition; it is not written", message, "");
+        // the system uses is never written.
+        RefuseDriveInUse(path, message);
         if (!CopyFileToDrive(referenceFile, path)) throw TvkError("File Copy Failure", message, "");
         SetProgress(static_cast<unsigned>(i), static_cast<unsigned>(connected + 1));
         CompareFiles(referenceFile, path, message);

@@ -48,6 +48,6 @@ private:
 };
 
 // Writes `source` from the first byte of the disk `path`, then flushes it to
-// the medium. Refuses (TvkError) a disk with a mounted partition. False
-// when nothing could be written.
+// the medium, holding the exclusive claim of DriveGuard.h. False when
+// nothing could be written.
 bool CopyFileToDrive(const std::string& source, const std::string& path);

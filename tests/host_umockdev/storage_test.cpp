@@ -1,6 +1,10 @@
 // The file write compare and USB port tests on machines with USB drives: stub
 // SCSI and mount tools that never mount anything, drives as plain testbed files
-// (faults on them from drive_faults.cpp).
+// (faults on them from drive_faults.cpp). Every drive is checked byte for byte
+// after the run.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -10,7 +14,7 @@ namespace {
 
 const std::string fwc = "FileWriteCompareTest", port = "UsbPortTest", none = "retries=\"0\"";
 const std::string reference = "REFERENCE DATA OF THE FILE WRITE COMPARE TEST\n";
-const std::string blank(4096, '.'), written = reference + blank.substr(reference.size());
+const std::string blank(4096, '.');
 const std::string install = "Install High Speed USB Flash Drives into all USB ports";
 const std::string sgMap =
     "/dev/sg0  /dev/sdb\n/dev/sg1  /dev/sdc\n/dev/sg2  /dev/sdd\n/dev/sg3  /dev/sde\n/dev/sg4  /dev/sdf\n";
@@ -63,6 +67,14 @@ struct Drives : FakeMachine {
             if (entry.path().filename().string().find(text) != std::string::npos) return true;
         return false;
     }
+    // The files of saved drive bytes in the working directory (the diagnostics write directory).
+    Strings SavedFiles() const {
+        Strings names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder + "/work"))
+            if (entry.path().filename().string().compare(0, 13, "zorbus-drive-") == 0)
+                names.push_back(entry.path().filename().string());
+        return names;
+    }
 };
 
 // A fault of drive_faults.cpp for the sessions started while it lives.
@@ -81,8 +93,10 @@ TEST(StorageTests, TwoDrivesAreWrittenAndReadBackAndASlowOneFailsThePortTest) {
     // The slow stick is no high-speed drive and is not touched.
     m.Play(fwc, {{{}, "usbDevice0", "numUSBdrives=\"2\"", {"passed", "", ""},
                   {"sg_scan", "sg_map", "sg_scan", "sg_map"}, {0, 1, 33, 66, 99, 100}}});
-    EXPECT_EQ(m.Read("testbed/dev/sde"), written);
-    EXPECT_EQ(m.Read("testbed/dev/sdf"), written);
+    // Written, read back, and left as they were.
+    EXPECT_EQ(m.Read("testbed/dev/sde"), blank);
+    EXPECT_EQ(m.Read("testbed/dev/sdf"), blank);
+    EXPECT_EQ(m.SavedFiles(), Strings{});
 
     Strings calls;
     EXPECT_EQ(m.Test("usbDevice0", port, "retries=\"0\" numUSBdrives=\"3\"", &calls),
@@ -128,9 +142,10 @@ TEST(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
               "You entered 33, please enter a value between 1 and 32"}}});
     EXPECT_EQ(m.Read("testbed/dev/sdb"), blank);
     EXPECT_FALSE(m.AnyFileNamed("PWNED"));
-    // Another drive's partition mounted: this one is written and read back.
+    // Another drive's partition mounted: this one is written, read back and restored.
     EXPECT_EQ(m.Test(b, fwc, none), (Strings{"passed", "", ""}));
-    EXPECT_EQ(m.Read("testbed/dev/sdb"), written);
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), blank);
+    EXPECT_EQ(m.SavedFiles(), Strings{});
 }
 
 TEST(FileWriteCompare, DrivesInUseAreRefusedEachWithItsTextAndNeverWritten) {
@@ -157,6 +172,38 @@ TEST(FileWriteCompare, DrivesInUseAreRefusedEachWithItsTextAndNeverWritten) {
                   (Strings{"failed", "Drive is busy (exclusive open refused); it is not written", failed}));
     }
     EXPECT_EQ(m.Read("testbed/dev/sdb"), blank);
+    EXPECT_EQ(m.SavedFiles(), Strings{});
+}
+
+TEST(FileWriteCompare, ALostWriteFailsTheCompareAndAnyReadBackRoadRestoresTheDrive) {
+    Drives m("storage_one");
+    m.Write("work/SSO.DAT", reference);
+    m.Write("testbed/dev/sdb", blank);
+    {
+        const Fault lost("lose-write /dev/sdb");
+        EXPECT_EQ(m.Test("usbDevice0", fwc, none),
+                  (Strings{"failed", "Data Comparison Failure", "failed for drive /dev/sdb"}));
+    }
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), blank) << "the saved bytes went back";
+    EXPECT_EQ(m.SavedFiles(), Strings{});
+    // Read back past the page cache: directly where the device takes it, else after dropping the cache.
+    // Copied in the kernel where the device takes it, else through a buffer.
+    const Strings debugRun = {"factory 0", "translator C", "init <init component=\"libzorbus.so\" debugEnabled=\"1\"/>",
+                              "callback", "run <id/>", RunTest("usbDevice0", fwc, none)};
+    const int probe = open((m.folder + "/testbed/dev/sdb").c_str(), O_RDONLY | O_DIRECT);
+    const bool directHere = probe >= 0;  // what the file system of the stand-in takes
+    if (probe >= 0) close(probe);
+    for (const char* fault : {"", "no-direct /dev/sdb", "no-splice /dev/sdb"}) {
+        const Fault set(fault);
+        const Session s = m.Run(debugRun);
+        EXPECT_EQ(Outcome(s.Nth(RunTest("usbDevice0", fwc, none))), (Strings{"passed", "", ""})) << fault;
+        const bool cached = std::string(fault) == "no-direct /dev/sdb" || !directHere;
+        const std::string road = cached ? "through a dropped cache" : "directly";
+        EXPECT_NE(s.errors.find("/dev/sdb is read back " + road), std::string::npos) << s.errors;
+        const bool buffered = s.errors.find("copying through a buffer") != std::string::npos;
+        EXPECT_EQ(buffered, std::string(fault) == "no-splice /dev/sdb");
+        EXPECT_EQ(m.Read("testbed/dev/sdb"), blank) << fault;
+    }
 }
 
 TEST(UsbPortTest, EachCheckFailsWithItsTextAndAStuckMountIsNeverRemovedRecursively) {

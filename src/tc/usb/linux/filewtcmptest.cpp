@@ -1,11 +1,6 @@
 #include "tc/usb/linux/filewtcmptest.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <memory>
+#include <exception>
 #include <vector>
 
 #include "common/Debug.h"
@@ -13,8 +8,9 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
+#include "tc/frame/TestComponent.h"
+#include "tc/usb/linux/DriveCycle.h"
 #include "tc/usb/linux/FileCompare.h"
-#include "tc/usb/linux/DriveGuard.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBInfoReader.h"
@@ -32,51 +28,7 @@ struct TryTree {
     ~TryTree() { tree.FinishTest(); }
 };
 
-bool WriteAll(int fd, const char* data, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t n = write(fd, data + done, size - done);
-        if (n > 0) {
-            done += static_cast<size_t>(n);
-        } else if (n < 0 && errno == EINTR) {
-            continue;
-        } else {
-            break;
-        }
-    }
-    return done > 0;
-}
-
 }  // namespace
-
-bool CopyFileToDrive(const std::string& source, const std::string& path) {
-    // Claimed while it is written: nothing mounts it meanwhile.
-    const int out = OpenDriveExclusively(path, strprintf("failed for drive %s", path.c_str()));
-    std::FILE* in = std::fopen(source.c_str(), "r");
-    if (!in) {
-        close(out);
-        dbgprintf("Missing SSO.DAT file\n");
-        throw TvkError("Could not locate files", "", "");
-    }
-    std::fseek(in, 0, SEEK_END);
-    const long size = std::ftell(in);
-    std::fseek(in, 0, SEEK_SET);
-    std::vector<char> buffer(size > 0 ? static_cast<size_t>(size) : 0);
-    const size_t got = buffer.empty() ? 0 : std::fread(buffer.data(), 1, buffer.size(), in);
-    std::fclose(in);
-
-    bool written = true;
-    if (got > 0) {
-        if (!WriteAll(out, buffer.data(), got)) {
-            dbgprintf("Write failed\n");
-            written = false;
-        }
-        // On the medium before anyone reads it back.
-        FlushAndDropCache(out);
-    }
-    close(out);
-    return written;
-}
 
 FileWriteCompareTest::FileWriteCompareTest(USBDevice* usbDevice) : Test(usbxml::filewritecomparetest, usbDevice) {
     Setup(usbDevice);
@@ -162,16 +114,30 @@ bool FileWriteCompareTest::DoRun(const XmlObject&) {
     SetProgress(1, 100);
     if (!FileExists(referenceFile)) throw TvkError("Could not locate files", "Could not locate files", "");
 
+    const std::string saveDirectory = TestComponent::GetDiagsWriteDirectory();
     for (int i = 1; i <= connected; ++i) {
-        const std::string path = GetUSB_DriveDiskPath(drives[i - 1]);
+        USBnode* drive = drives[i - 1];
+        const std::string path = GetUSB_DriveDiskPath(drive);
         if (path.empty()) throw TvkError("Device Not Connected", "", "");
         const std::string message = strprintf("failed for drive %s", path.c_str());
-        // The reference overwrites the disk from its first byte: a drive
-        // the system uses is never written.
-        RefuseDriveInUse(path, message);
-        if (!CopyFileToDrive(referenceFile, path)) throw TvkError("File Copy Failure", message, "");
-        SetProgress(static_cast<unsigned>(i), static_cast<unsigned>(connected + 1));
-        CompareFiles(referenceFile, path, message);
+        // The reference overwrites the disk from its first byte: what it
+        // covers is saved first and written back after the compare, and a
+        // drive the system uses is never written.
+        DriveCycle cycle(referenceFile, path, drive->serialNumber.empty() ? "None" : drive->serialNumber,
+                         saveDirectory, message);
+        cycle.Claim();
+        cycle.Save();
+        std::exception_ptr failure;
+        try {
+            if (!cycle.Write()) throw TvkError("File Copy Failure", message, "");
+            SetProgress(static_cast<unsigned>(i), static_cast<unsigned>(connected + 1));
+            CompareFiles(referenceFile, path, message);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        // Whatever the compare said; a failed restore is the error that counts.
+        cycle.Restore();
+        if (failure) std::rethrow_exception(failure);
     }
     SetProgress(99, 100);
     return true;

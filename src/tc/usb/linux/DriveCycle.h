@@ -1,0 +1,49 @@
+// One drive's try of the file write compare test, with the drive left as
+// it was found: the bytes the reference will cover are saved (into a file
+// of the diagnostics write directory, on disk before anything is written),
+// the reference is written and read back, and the saved bytes are written
+// back and read back from the medium before the try is over.
+#pragma once
+
+#include <string>
+
+#include "tc/usb/linux/SavedDriveFile.h"
+
+// Texts of the cycle's own errors (keys of TvkError, translated).
+extern const char* const drivePendingText;
+extern const char* const driveNotSavedText;
+extern const char* const driveNotRestoredText;
+
+class DriveCycle {
+public:
+    // `serial` is the USB serial number the drive was found by; `detail`
+    // the second text of every error ("failed for drive /dev/sdb").
+    DriveCycle(const std::string& reference, const std::string& disk, const std::string& serial,
+               const std::string& directory, const std::string& detail);
+    ~DriveCycle();
+    DriveCycle(const DriveCycle&) = delete;
+    DriveCycle& operator=(const DriveCycle&) = delete;
+
+    // Refuses a drive in use or with saved bytes of an earlier run still
+    // waiting, then opens and claims it (see DriveGuard.h).
+    void Claim();
+    // Saves the region the reference will cover, rounded up to whole
+    // blocks. Throws "Could not locate files" without the reference, and
+    // the not-saved refusal when the copy cannot be made.
+    void Save();
+    // Writes the reference from the drive's first byte and flushes it to
+    // the medium. False when nothing could be written.
+    bool Write();
+    // Writes the saved bytes back, reads them back from the medium and
+    // removes their file. Throws the not-restored error, which names the
+    // file that keeps them, when the drive does not read back as it was.
+    void Restore();
+
+    const std::string& SavedPath() const { return savedPath; }
+
+private:
+    std::string reference, disk, serial, directory, detail, savedPath;
+    int drive = -1;
+    SavedDriveFile saved;
+    bool savedOnDisk = false;
+};

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 
@@ -20,6 +21,7 @@ const std::string sgMap =
     "/dev/sg0  /dev/sdb\n/dev/sg1  /dev/sdc\n/dev/sg2  /dev/sdd\n/dev/sg3  /dev/sde\n/dev/sg4  /dev/sdf\n";
 const std::string disk = "standard INQUIRY:\n  PQual=0  Device_type=0  RMB=1  version=0x04\n";
 const std::string swapHeads = "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n";
+const std::string stick = "001CC0EC3450BB40D7A0012B";  // the serial number of /dev/sdb in storage_one
 const Strings mountAndCopy = {"sg_scan", "sg_map", "sg_inq [/dev/sdb]", "mkdir [-p] [/mnt/usbdrive]",
                               "mount [-t] [vfat] [/dev/sdb1] [/mnt/usbdrive]", "cp [SSO.DAT] [/mnt/usbdrive/SSO.DAT]",
                               "umount [/mnt/usbdrive]", "rm [-rf] [/mnt/usbdrive]"};
@@ -74,6 +76,10 @@ struct Drives : FakeMachine {
             if (entry.path().filename().string().compare(0, 13, "zorbus-drive-") == 0)
                 names.push_back(entry.path().filename().string());
         return names;
+    }
+    // The log events a fresh Initialize leaves for the first command.
+    Strings EventsOfInitialize() {
+        return Run(Opening(false, {"run <getDiagVersion/>"})).Nth("run <getDiagVersion/>").events;
     }
 };
 
@@ -204,6 +210,78 @@ TEST(FileWriteCompare, ALostWriteFailsTheCompareAndAnyReadBackRoadRestoresTheDri
         EXPECT_EQ(buffered, std::string(fault) == "no-splice /dev/sdb");
         EXPECT_EQ(m.Read("testbed/dev/sdb"), blank) << fault;
     }
+}
+
+TEST(FileWriteCompare, ARunEndedBetweenWriteAndRestoreIsPutBackOnlyOnItsOwnUnchangedDrive) {
+    Drives m("storage_one");
+    m.Write("work/SSO.DAT", reference);
+    const std::string original = std::string(2000, 'a') + std::string(2096, 'z');
+    m.Write("testbed/dev/sdb", original);
+    const std::string afterWrite = reference + original.substr(reference.size());
+    const auto endedRun = [&] {
+        const Fault power("end-at-readback /dev/sdb");
+        const Session s = m.Run(Opening(false, {"run <id/>", RunTest("usbDevice0", fwc, none)}));
+        EXPECT_EQ(s.steps.back().line, RunTest("usbDevice0", fwc, none));
+        EXPECT_EQ(s.steps.back().answer, "") << "the run never answered";
+        EXPECT_EQ(m.Read("testbed/dev/sdb"), afterWrite);
+        const Strings saved = m.SavedFiles();
+        EXPECT_EQ(saved.size(), 1u);
+        return saved.empty() ? std::string() : "./" + saved[0];
+    };
+    const std::string file = endedRun();
+    const std::string kept = "; its saved bytes stay in " + file;
+    const std::string storageFile = m.Read("testbed/proc/scsi/usb-storage/2");
+
+    // Another stick where the drive was: not the one the bytes belong to.
+    std::string otherStick = storageFile;
+    otherStick.replace(otherStick.find(stick), stick.size(), "OTHERSTICK0001");
+    m.Write("testbed/proc/scsi/usb-storage/2", otherStick);
+    EXPECT_EQ(m.EventsOfInitialize(),
+              Strings{LogEvent("Drive Not Restored", "No drive with serial " + stick + " is connected" + kept)});
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), afterWrite);
+
+    // Its own drive, written to since: left as it is, and the test does not write it.
+    m.Write("testbed/proc/scsi/usb-storage/2", storageFile);
+    std::string changed = afterWrite;
+    changed[300] = '!';
+    m.Write("testbed/dev/sdb", changed);
+    const std::string notBack = "/dev/sdb (serial " + stick + ") is not written back (it was changed after the "
+                                "test wrote it)" + kept;
+    EXPECT_EQ(m.EventsOfInitialize(), Strings{LogEvent("Drive Not Restored", notBack)});
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), changed);
+
+    // As the run left it: the next Initialize puts the drive back.
+    m.Write("testbed/dev/sdb", afterWrite);
+    const std::string restored = LogEvent("Drive Restored", "/dev/sdb (serial " + stick + ") holds its saved bytes "
+                                                            "again; " + file + " removed");
+    EXPECT_EQ(m.EventsOfInitialize(), Strings{restored});
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), original);
+    EXPECT_EQ(m.SavedFiles(), Strings{});
+
+    // A damaged copy is left alone, by Initialize and by the next run of the test, which refuses the drive.
+    EXPECT_EQ(endedRun(), file);
+    const std::string whole = m.Read("work/" + file.substr(2));
+    std::string damaged = whole;
+    damaged.back() ^= 1;
+    m.Write("work/" + file.substr(2), damaged);
+    const std::string leftAlone = LogEvent("Drive Not Restored", file + " is damaged (saved bytes checksum wrong); "
+                                                                 "it is left alone");
+    const Session s = m.Run(Opening(false, {"run <id/>", RunTest("usbDevice0", fwc, none)}));
+    EXPECT_EQ(s.Nth("run <id/>").events.front(), leftAlone) << "from Initialize";
+    const Step& run = s.Nth(RunTest("usbDevice0", fwc, none));
+    EXPECT_EQ(Outcome(run), (Strings{"failed", "Drive has saved bytes not yet restored; it is not written",
+                                     "failed for drive /dev/sdb: " + file}));
+    EXPECT_NE(std::find(run.events.begin(), run.events.end(), leftAlone), run.events.end()) << "from the run";
+    EXPECT_EQ(m.Read("work/" + file.substr(2)), damaged);
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), afterWrite);
+
+    // The whole copy again: put back at Initialize, and the test passes on the drive.
+    m.Write("work/" + file.substr(2), whole);
+    const Session again = m.Run(Opening(false, {"run <id/>", RunTest("usbDevice0", fwc, none)}));
+    EXPECT_EQ(again.Nth("run <id/>").events.front(), restored);
+    EXPECT_EQ(Outcome(again.Nth(RunTest("usbDevice0", fwc, none))), (Strings{"passed", "", ""}));
+    EXPECT_EQ(m.Read("testbed/dev/sdb"), original);
+    EXPECT_EQ(m.SavedFiles(), Strings{});
 }
 
 TEST(UsbPortTest, EachCheckFailsWithItsTextAndAStuckMountIsNeverRemovedRecursively) {

@@ -1,5 +1,5 @@
 // A drive left as it was found: checksum, saved-bytes file, the save/write/restore cycle on stand-in files,
-// German texts.
+// recovery of damaged and foreign files, German texts.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -171,12 +171,61 @@ TEST(DriveCycle, RefusalsComeBeforeAnyWriteAndAFailedRestoreNamesTheSavedBytes) 
     EXPECT_EQ(dir.Read(SavedDriveFileName("S2")), copy) << "kept";
 }
 
+TEST(RecoverSavedDrives, DamagedAndForeignFilesAreLeftAloneAndUnfinishedSavesDropped) {
+    TempDir dir(true);
+    const std::string reference = dir.Write("SSO.DAT", RandomBytes(1500, 7));
+    const std::string drive = dir.Write("sdq", RandomBytes(4096, 8));
+    {
+        // A run that ended after its write: no stub tools here, so no drive has the serial.
+        DriveCycle cycle(reference, drive, "NOSUCHSERIAL", dir.Path(), "d");
+        cycle.Claim();
+        cycle.Save();
+        ASSERT_TRUE(cycle.Write());
+    }
+    const std::string name = SavedDriveFileName("NOSUCHSERIAL"), whole = dir.Read(name), path = dir.Path(name);
+    const std::string afterWrite = dir.Read("sdq");
+    SavedDriveFile file;
+    ASSERT_EQ(ParseSavedDriveHeader(whole, file), "");
+    dir.Write(PartialName(SavedDriveFileName("OTHER")), "a save that never finished");
+    const auto flipped = [&](size_t at) {
+        std::string copy = whole;
+        copy[at] ^= 1;
+        return copy;
+    };
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {whole, "No drive with serial NOSUCHSERIAL is connected; its saved bytes stay in " + path},
+        {flipped(file.DataOffset() + 3), path + " is damaged (saved bytes checksum wrong); it is left alone"},
+        {flipped(file.ListOffset() + 3), path + " is damaged (block list checksum wrong); it is left alone"},
+        {flipped(whole.find("\nsize ") + 6), path + " is damaged (header checksum wrong); it is left alone"},
+        {whole.substr(0, whole.size() - 1), path + " is damaged (file length wrong); it is left alone"},
+        {whole + "x", path + " is damaged (file length wrong); it is left alone"},
+        {"", path + " is damaged (not a saved drive file); it is left alone"},
+    };
+    for (const auto& [content, description] : cases) {
+        dir.Write(name, content);
+        const std::vector<RecoveryEvent> events = RecoverSavedDrives(dir.Path());
+        ASSERT_EQ(events.size(), 1u);
+        EXPECT_EQ(events[0].caption, "Drive Not Restored");
+        EXPECT_EQ(events[0].description, description);
+        EXPECT_EQ(dir.Read(name), content) << "left alone";
+        EXPECT_EQ(dir.Read("sdq"), afterWrite);
+    }
+    EXPECT_FALSE(dir.Exists(PartialName(SavedDriveFileName("OTHER"))));
+    unlink(path.c_str());
+    EXPECT_TRUE(RecoverSavedDrives(dir.Path()).empty());
+    EXPECT_TRUE(RecoverSavedDrives(dir.Path("missing")).empty());
+}
+
 TEST(DriveTexts, EachHasAGermanTranslationWithTheSameBlanks) {
     TranslatorInitialize("de:" ZORBUS_BINARY_DIR "/locale");
     TranslatorAddCatalog("zorbus");
     for (const char* text :
          {driveMountedText, driveSwapText, driveHeldText, driveBusyText, drivePendingText, driveNotSavedText,
-          driveNotRestoredText}) {
+          driveNotRestoredText, "Drive Restored", "Drive Not Restored",
+          "%s (serial %s) holds its saved bytes again; %s removed", "%s is damaged (%s); it is left alone",
+          "No drive with serial %s is connected; its saved bytes stay in %s",
+          "%s (serial %s) is not written back (%s); its saved bytes stay in %s",
+          "it was changed after the test wrote it", "saved bytes checksum wrong", "the drive reads back other bytes"}) {
         const std::string german = Translate(text);
         EXPECT_NE(german, text);
         size_t blanks = 0;

@@ -1,5 +1,6 @@
 #include "tc/usb/linux/DriveCycle.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
@@ -8,7 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <mutex>
 
 #include "common/Debug.h"
 #include "common/StringUtil.h"
@@ -18,6 +21,7 @@
 #include "tc/usb/linux/DriveGuard.h"
 #include "tc/usb/linux/FileCompare.h"
 #include "tc/usb/linux/Hash64.h"
+#include "tc/usb/linux/ScsiPathMapping.h"
 
 const char* const drivePendingText = "Drive has saved bytes not yet restored; it is not written";
 const char* const driveNotSavedText = "Drive bytes could not be saved; it is not written";
@@ -173,6 +177,125 @@ std::string WriteBack(int drive, const std::string& disk, int saved, const Saved
     return ReadsBackAsSaved(disk, file);
 }
 
+// Reads and checks a saved-bytes file; empty when it is whole.
+std::string CheckSavedFile(int fd, SavedDriveFile& file) {
+    std::string head(headerLimit, '\0');
+    head.resize(ReadUpTo(fd, &head[0], headerLimit));
+    const std::string problem = ParseSavedDriveHeader(head, file);
+    if (!problem.empty()) return problem;
+    struct stat info {};
+    if (fstat(fd, &info) != 0 || static_cast<uint64_t>(info.st_size) != file.FileSize()) return "file length wrong";
+    std::unique_ptr<char[]> buffer(new char[chunkSize]);
+    Hash64 list, data;
+    for (uint64_t at = file.ListOffset(); at < file.FileSize();) {
+        const size_t n = static_cast<size_t>(std::min<uint64_t>(chunkSize, file.FileSize() - at));
+        if (!ReadAt(fd, buffer.get(), n, at)) return "file length wrong";
+        // The block list ends inside a chunk; each side gets its bytes.
+        const uint64_t listLeft = at < file.DataOffset() ? file.DataOffset() - at : 0;
+        const size_t inList = static_cast<size_t>(std::min<uint64_t>(n, listLeft));
+        list.Update(buffer.get(), inList);
+        data.Update(buffer.get() + inList, n - inList);
+        at += n;
+    }
+    if (list.Digest() != file.writtenSum) return "block list checksum wrong";
+    if (data.Digest() != file.savedSum) return "saved bytes checksum wrong";
+    return "";
+}
+
+// True when every block of the drive's region holds its saved bytes or
+// what the test wrote there: nobody but the test changed the drive since.
+bool OnlyTheTestChangedIt(const std::string& disk, int saved, const SavedDriveFile& file) {
+    MediumReader reader(disk);
+    if (!reader.IsOpen()) return false;
+    AlignedBuffer onDrive(chunkSize);
+    std::unique_ptr<char[]> kept(new char[chunkSize]);
+    std::unique_ptr<unsigned char[]> list(new unsigned char[chunkSize / 512 * 8]);
+    for (uint64_t done = 0; done < file.length;) {
+        const size_t n = static_cast<size_t>(std::min<uint64_t>(chunkSize, file.length - done));
+        const size_t blocks = static_cast<size_t>((n + file.block - 1) / file.block);
+        if (reader.Read(onDrive.data(), chunkSize) < n || !ReadAt(saved, kept.get(), n, file.DataOffset() + done) ||
+            !ReadAt(saved, reinterpret_cast<char*>(list.get()), blocks * 8, file.ListOffset() + done / file.block * 8))
+            return false;
+        for (size_t b = 0; b < blocks; ++b) {
+            const size_t start = b * file.block, size = std::min<size_t>(file.block, n - start);
+            if (std::memcmp(onDrive.data() + start, kept.get() + start, size) != 0 &&
+                Hash64::Of(onDrive.data() + start, size) != GetChecksum(list.get() + 8 * b))
+                return false;
+        }
+        done += n;
+    }
+    return true;
+}
+
+std::string Format(const char* text, const std::string& a, const std::string& b = "", const std::string& c = "",
+                   const std::string& d = "") {
+    return strprintf(Translate(text).c_str(), a.c_str(), b.c_str(), c.c_str(), d.c_str());
+}
+
+RecoveryEvent NotRestored(const std::string& description) { return {Translate("Drive Not Restored"), description}; }
+
+RecoveryEvent RecoverOne(const std::string& directory, const std::string& name,
+                         const std::map<std::string, std::string>& disks) {
+    const std::string path = directory + "/" + name;
+    Fd saved(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info {};
+    SavedDriveFile file;
+    std::string problem = "not a saved drive file";
+    if (saved.get() >= 0 && fstat(saved.get(), &info) == 0 && S_ISREG(info.st_mode))
+        problem = CheckSavedFile(saved.get(), file);
+    if (!problem.empty())
+        return NotRestored(Format("%s is damaged (%s); it is left alone", path, Translate(problem)));
+
+    const auto found = disks.find(file.serial);
+    if (found == disks.end() || found->second.empty())
+        return NotRestored(
+            Format("No drive with serial %s is connected; its saved bytes stay in %s", file.serial, path));
+    const std::string& disk = found->second;
+    const char* const notWritten = "%s (serial %s) is not written back (%s); its saved bytes stay in %s";
+    Fd drive;
+    try {
+        RefuseDriveInUse(disk, disk);
+        drive.Reset(OpenDriveExclusively(disk, disk));
+    } catch (const TvkError& refused) {
+        return NotRestored(Format(notWritten, disk, file.serial, refused.GetMessage(), path));
+    }
+    if (!OnlyTheTestChangedIt(disk, saved.get(), file))
+        return NotRestored(
+            Format(notWritten, disk, file.serial, Translate("it was changed after the test wrote it"), path));
+    problem = WriteBack(drive.get(), disk, saved.get(), file);
+    if (!problem.empty()) return NotRestored(Format(notWritten, disk, file.serial, Translate(problem), path));
+    unlink(path.c_str());
+    SyncDirectory(directory);
+    return {Translate("Drive Restored"),
+            Format("%s (serial %s) holds its saved bytes again; %s removed", disk, file.serial, path)};
+}
+
+// The saved-bytes files in `directory`. Partial ones are dropped: their
+// drive was never written.
+std::vector<std::string> SavedFilesIn(const std::string& directory) {
+    std::vector<std::string> names;
+    DIR* dir = opendir(directory.c_str());
+    if (!dir) return names;
+    while (const dirent* entry = readdir(dir)) {
+        const std::string name = entry->d_name;
+        struct stat info {};
+        if (lstat((directory + "/" + name).c_str(), &info) != 0) continue;
+        if (IsSavedDriveFileName(name)) {
+            names.push_back(name);
+        } else if (S_ISREG(info.st_mode) && name.size() > 5 && IsSavedDriveFileName(name.substr(0, name.size() - 5)) &&
+                   PartialName(name.substr(0, name.size() - 5)) == name) {
+            dbgprintf("Removing %s/%s: a save that never finished\n", directory.c_str(), name.c_str());
+            unlink((directory + "/" + name).c_str());
+        }
+    }
+    closedir(dir);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::mutex heldLock;
+std::vector<RecoveryEvent> held;
+
 }  // namespace
 
 DriveCycle::DriveCycle(const std::string& reference, const std::string& disk, const std::string& serial,
@@ -273,4 +396,37 @@ void DriveCycle::Restore() {
     unlink(savedPath.c_str());
     SyncDirectory(directory);
     savedOnDisk = false;
+}
+
+std::vector<RecoveryEvent> RecoverSavedDrives(const std::string& directory) {
+    std::vector<RecoveryEvent> events;
+    try {
+        const std::vector<std::string> names = SavedFilesIn(directory);
+        if (names.empty()) return events;
+        std::map<std::string, std::string> disks;
+        try {
+            disks = MapUSB_SerialNumbersToDiskPaths();
+        } catch (const std::exception& e) {
+            dbgprintf("Drives not listed: %s\n", e.what());
+        }
+        for (const std::string& name : names) {
+            events.push_back(RecoverOne(directory, name, disks));
+            dbgprintf("%s: %s\n", events.back().caption.c_str(), events.back().description.c_str());
+        }
+    } catch (const std::exception& e) {
+        dbgprintf("Saved drive bytes not recovered: %s\n", e.what());
+    }
+    return events;
+}
+
+void HoldRecoveryEvents(const std::vector<RecoveryEvent>& events) {
+    std::lock_guard<std::mutex> hold(heldLock);
+    held.insert(held.end(), events.begin(), events.end());
+}
+
+std::vector<RecoveryEvent> TakeHeldRecoveryEvents() {
+    std::lock_guard<std::mutex> hold(heldLock);
+    std::vector<RecoveryEvent> events;
+    events.swap(held);
+    return events;
 }

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "tc/usb/linux/SavedDriveFile.h"
 
@@ -47,3 +48,21 @@ private:
     SavedDriveFile saved;
     bool savedOnDisk = false;
 };
+
+// A log line about saved bytes found at Initialize or at the start of a run.
+struct RecoveryEvent {
+    std::string caption, description;
+};
+
+// Puts back what runs that did not end left saved in `directory`: each
+// file's drive, found by its serial number, is written back when it is
+// connected, not in use and holds nothing but the test's reference and its
+// own saved bytes; its file is removed once the drive reads back as saved.
+// Damaged files, drives not connected and drives changed since are left
+// alone. One event for each file; never throws.
+std::vector<RecoveryEvent> RecoverSavedDrives(const std::string& directory);
+
+// Events of the recovery at Initialize wait here until the host has given
+// its callback.
+void HoldRecoveryEvents(const std::vector<RecoveryEvent>& events);
+std::vector<RecoveryEvent> TakeHeldRecoveryEvents();

@@ -112,6 +112,25 @@ void MapSCSI_GenericPathsToSCSI_DiskPaths(std::map<std::string, std::string>& ma
     MapGenericPathsFromText(output, map);
 }
 
+std::map<std::string, std::string> MapUSB_SerialNumbersToDiskPaths() {
+    std::vector<std::string> files;
+    std::map<std::string, std::string> serialToHost;
+    std::map<std::string, std::string> hostToGeneric;
+    std::map<std::string, std::string> genericToDisk;
+    FindUSB_DriveProcFiles(files);
+    MapUSB_SerialNumbersToSCSI_HostIDs(files, serialToHost);
+    MapSCSI_HostIDsToSCSI_GenericPaths(hostToGeneric);
+    MapSCSI_GenericPathsToSCSI_DiskPaths(genericToDisk);
+    std::map<std::string, std::string> disks;
+    for (const auto& serialAndHost : serialToHost) {
+        const auto generic = hostToGeneric.find(serialAndHost.second);
+        if (generic == hostToGeneric.end()) continue;
+        const auto disk = genericToDisk.find(generic->second);
+        if (disk != genericToDisk.end() && !disk->second.empty()) disks[serialAndHost.first] = disk->second;
+    }
+    return disks;
+}
+
 std::string GetUSB_DriveDiskPath(USBnode* node) {
     std::vector<std::string> files;
     std::map<std::string, std::string> serialToHost;

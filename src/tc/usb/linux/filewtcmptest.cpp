@@ -114,7 +114,12 @@ bool FileWriteCompareTest::DoRun(const XmlObject&) {
     SetProgress(1, 100);
     if (!FileExists(referenceFile)) throw TvkError("Could not locate files", "Could not locate files", "");
 
+    // Drives that an earlier run left holding the reference get their own
+    // bytes back first.
     const std::string saveDirectory = TestComponent::GetDiagsWriteDirectory();
+    for (const RecoveryEvent& event : RecoverSavedDrives(saveDirectory))
+        if (pTestComponent) pTestComponent->WriteEventLog(event.caption, event.description);
+
     for (int i = 1; i <= connected; ++i) {
         USBnode* drive = drives[i - 1];
         const std::string path = GetUSB_DriveDiskPath(drive);

@@ -1,8 +1,10 @@
 // A drive left as it was found: checksum, saved-bytes file, the save/write/restore cycle on stand-in files,
 // recovery of damaged and foreign files, German texts.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <random>
 
 #include "common/Translate.h"
@@ -155,6 +157,24 @@ TEST(DriveCycle, RefusalsComeBeforeAnyWriteAndAFailedRestoreNamesTheSavedBytes) 
                   cycle.Save();
               }),
               "Could not locate files|");
+    {
+        // A write directory without room for the copy (here: a file size limit) refuses the drive.
+        rlimit old {};
+        getrlimit(RLIMIT_FSIZE, &old);
+        const rlimit small{256, old.rlim_max};
+        const auto oldSignal = signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &small);
+        const std::string refused = ErrorOf([&] {
+            DriveCycle cycle(reference, drive, "S2", dir.Path(), detail);
+            cycle.Claim();
+            cycle.Save();
+        });
+        setrlimit(RLIMIT_FSIZE, &old);
+        signal(SIGXFSZ, oldSignal);
+        EXPECT_EQ(refused, std::string(driveNotSavedText) + "|" + detail + ": no room for " + dir.Path() + "/" +
+                               PartialName(SavedDriveFileName("S2")));
+        EXPECT_FALSE(dir.Exists(PartialName(SavedDriveFileName("S2"))));
+    }
     EXPECT_EQ(dir.Read("sdq"), original);
 
     // Saved bytes that went bad on their way back: the drive does not read back as saved.

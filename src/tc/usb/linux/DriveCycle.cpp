@@ -335,6 +335,11 @@ void DriveCycle::Save() {
         return TvkError(Translate(driveNotSavedText), detail + ": " + why, "");
     };
     if (out.get() < 0) throw fail("cannot create " + partial);
+    // The whole file at once: a full write directory refuses the drive here,
+    // and its space is taken in one step rather than page by page.
+    if (fallocate(out.get(), 0, 0, static_cast<off_t>(saved.FileSize())) != 0 && errno != EOPNOTSUPP &&
+        errno != ENOSYS)
+        throw fail("no room for " + partial);
 
     std::unique_ptr<char[]> kept(new char[chunkSize]), written(new char[chunkSize]);
     std::unique_ptr<unsigned char[]> list(new unsigned char[chunkSize / 512 * 8]);

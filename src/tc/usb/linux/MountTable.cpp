@@ -1,10 +1,13 @@
 #include "tc/usb/linux/MountTable.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
+
+#include "tc/usb/linux/ExternalTool.h"
 
 namespace {
 
@@ -21,6 +24,15 @@ std::string Unescape(const std::string& field) {
         }
     }
     return out;
+}
+
+// The whole text of a kernel table; false when it cannot be opened.
+bool ReadTable(const char* path, std::string& text) {
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    text = ReadWholeFd(fd);
+    close(fd);
+    return true;
 }
 
 std::string Canonical(const std::string& path) {
@@ -63,13 +75,9 @@ std::vector<MountEntry> ParseMountTable(const std::string& text) {
 }
 
 std::vector<MountEntry> ReadMountTable() {
-    for (const char* path : {"/proc/self/mounts", "/proc/mounts"}) {
-        std::ifstream in(path);
-        if (!in) continue;
-        std::stringstream text;
-        text << in.rdbuf();
-        return ParseMountTable(text.str());
-    }
+    std::string text;
+    for (const char* path : {"/proc/self/mounts", "/proc/mounts"})
+        if (ReadTable(path, text)) return ParseMountTable(text);
     return {};
 }
 
@@ -87,10 +95,9 @@ std::vector<MountEntry> ParseSwapTable(const std::string& text) {
 }
 
 std::vector<MountEntry> ReadSwapTable() {
-    std::ifstream in("/proc/swaps");
-    std::stringstream text;
-    text << in.rdbuf();
-    return ParseSwapTable(text.str());
+    std::string text;
+    ReadTable("/proc/swaps", text);
+    return ParseSwapTable(text);
 }
 
 const MountEntry* FindDeviceOrPartition(const std::vector<MountEntry>& table, const std::string& device) {

@@ -132,6 +132,26 @@ TEST(DriveCycle, AStandInDriveHoldsTheReferenceUntilRestoredAndThenItsOwnBytes) 
     }
 }
 
+TEST(DriveCycle, NothingBeyondTheSavedRegionIsWrittenAndOnlyItsOwnCopyGoesBack) {
+    TempDir dir(true);
+    const std::string reference = dir.Write("SSO.DAT", RandomBytes(600, 9));
+    const std::string original = RandomBytes(8192, 10);
+    const std::string drive = dir.Write("sdq", original);
+    DriveCycle cycle(reference, drive, "S3", dir.Path(), "d");
+    cycle.Claim();
+    cycle.Save();
+    // The reference grows, and another file takes the copy's name.
+    dir.Write("SSO.DAT", dir.Read("SSO.DAT") + RandomBytes(5000, 11));
+    ASSERT_EQ(rename(cycle.SavedPath().c_str(), dir.Path("moved").c_str()), 0);
+    dir.Write(SavedDriveFileName("S3"), "someone else's file");
+    ASSERT_TRUE(cycle.Write());
+    EXPECT_EQ(dir.Read("sdq").substr(0, 600), dir.Read("SSO.DAT").substr(0, 600));
+    EXPECT_EQ(dir.Read("sdq").substr(600), original.substr(600)) << "beyond the saved region";
+    cycle.Restore();
+    EXPECT_EQ(dir.Read("sdq"), original);
+    EXPECT_EQ(dir.Read(SavedDriveFileName("S3")), "someone else's file");
+}
+
 TEST(DriveCycle, RefusalsComeBeforeAnyWriteAndAFailedRestoreNamesTheSavedBytes) {
     TempDir dir(true);
     const std::string reference = dir.Write("SSO.DAT", RandomBytes(700, 4));

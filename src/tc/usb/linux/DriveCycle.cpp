@@ -47,6 +47,11 @@ public:
         if (fd >= 0) close(fd);
         fd = other;
     }
+    int Release() {
+        const int kept = fd;
+        fd = -1;
+        return kept;
+    }
 
 private:
     int fd;
@@ -304,6 +309,7 @@ DriveCycle::DriveCycle(const std::string& reference, const std::string& disk, co
 
 DriveCycle::~DriveCycle() {
     if (drive >= 0) close(drive);
+    if (savedIn >= 0) close(savedIn);
 }
 
 void DriveCycle::Claim() {
@@ -322,7 +328,8 @@ void DriveCycle::Save() {
         throw TvkError("Could not locate files", "", "");
     }
     const uint64_t block = LogicalBlockSize(drive);
-    const uint64_t region = (static_cast<uint64_t>(info.st_size) + block - 1) / block * block;
+    referenceLength = static_cast<uint64_t>(info.st_size);
+    const uint64_t region = (referenceLength + block - 1) / block * block;
     saved = SavedDriveFile{disk, serial, block, DriveSize(drive), 0, 0, 0};
     saved.length = std::min(region, saved.size);
 
@@ -335,6 +342,13 @@ void DriveCycle::Save() {
         return TvkError(Translate(driveNotSavedText), detail + ": " + why, "");
     };
     if (out.get() < 0) throw fail("cannot create " + partial);
+    // Read back later through this descriptor, whatever is put at the
+    // file's name meanwhile.
+    Fd in(open(partial.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat made {}, reading {};
+    if (in.get() < 0 || fstat(out.get(), &made) != 0 || fstat(in.get(), &reading) != 0 ||
+        made.st_dev != reading.st_dev || made.st_ino != reading.st_ino)
+        throw fail("cannot create " + partial);
     // The whole file at once: a full write directory refuses the drive here,
     // and its space is taken in one step rather than page by page.
     if (fallocate(out.get(), 0, 0, static_cast<off_t>(saved.FileSize())) != 0 && errno != EOPNOTSUPP &&
@@ -376,6 +390,7 @@ void DriveCycle::Save() {
     if (rename(partial.c_str(), path.c_str()) != 0) throw fail("cannot write " + path);
     SyncDirectory(directory);
     savedPath = path;
+    savedIn = in.Release();
     savedOnDisk = true;
 }
 
@@ -383,7 +398,10 @@ bool DriveCycle::Write() {
     Fd source(open(reference.c_str(), O_RDONLY | O_CLOEXEC));
     if (source.get() < 0) throw TvkError("Could not locate files", "", "");
     struct stat info {};
-    const uint64_t size = fstat(source.get(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
+    uint64_t size = fstat(source.get(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
+    // A reference that grew since it was saved for is cut there: nothing
+    // beyond the saved bytes is ever written.
+    size = std::min(size, referenceLength);
     std::unique_ptr<char[]> buffer(new char[chunkSize]);
     const bool wrote = size == 0 || CopyToStart(drive, source.get(), 0, size, buffer.get()) > 0;
     if (!wrote) dbgprintf("Write failed\n");
@@ -394,11 +412,14 @@ bool DriveCycle::Write() {
 
 void DriveCycle::Restore() {
     if (!savedOnDisk) return;
-    Fd in(open(savedPath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    const std::string problem = in.get() < 0 ? "saved bytes unreadable" : WriteBack(drive, disk, in.get(), saved);
+    const std::string problem = WriteBack(drive, disk, savedIn, saved);
     if (!problem.empty())
         throw TvkError(Translate(driveNotRestoredText), detail + ": " + problem + "; saved bytes in " + savedPath, "");
-    unlink(savedPath.c_str());
+    // Only the cycle's own file goes; whatever else stands at its name stays.
+    struct stat own {}, named {};
+    if (fstat(savedIn, &own) == 0 && lstat(savedPath.c_str(), &named) == 0 && own.st_dev == named.st_dev &&
+        own.st_ino == named.st_ino)
+        unlink(savedPath.c_str());
     SyncDirectory(directory);
     savedOnDisk = false;
 }

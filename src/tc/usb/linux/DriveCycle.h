@@ -5,6 +5,7 @@
 // back and read back from the medium before the try is over.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,8 @@ public:
 private:
     std::string reference, disk, serial, directory, detail, savedPath;
     int drive = -1;
+    int savedIn = -1;  // the saved bytes' file, open for reading
+    uint64_t referenceLength = 0;
     SavedDriveFile saved;
     bool savedOnDisk = false;
 };

@@ -2,6 +2,7 @@
 // recovery of damaged and foreign files, German texts.
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -232,14 +233,17 @@ TEST(RecoverSavedDrives, DamagedAndForeignFilesAreLeftAloneAndUnfinishedSavesDro
         copy[at] ^= 1;
         return copy;
     };
+    // The drives are listed (./sg_scan, ./sg_map; here printing nothing) only for a whole file: the last.
+    const std::string logCall = "#!/bin/sh\necho \"$0\" >> '" + dir.Path("tools.log") + "'\n";
+    for (const char* tool : {"sg_scan", "sg_map"}) chmod(dir.Write(tool, logCall).c_str(), 0755);
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {whole, "No drive with serial NOSUCHSERIAL is connected; its saved bytes stay in " + path},
         {flipped(file.DataOffset() + 3), path + " is damaged (saved bytes checksum wrong); it is left alone"},
         {flipped(file.ListOffset() + 3), path + " is damaged (block list checksum wrong); it is left alone"},
         {flipped(whole.find("\nsize ") + 6), path + " is damaged (header checksum wrong); it is left alone"},
         {whole.substr(0, whole.size() - 1), path + " is damaged (file length wrong); it is left alone"},
         {whole + "x", path + " is damaged (file length wrong); it is left alone"},
         {"", path + " is damaged (not a saved drive file); it is left alone"},
+        {whole, "No drive with serial NOSUCHSERIAL is connected; its saved bytes stay in " + path},
     };
     for (const auto& [content, description] : cases) {
         dir.Write(name, content);
@@ -250,6 +254,7 @@ TEST(RecoverSavedDrives, DamagedAndForeignFilesAreLeftAloneAndUnfinishedSavesDro
         EXPECT_EQ(dir.Read(name), content) << "left alone";
         EXPECT_EQ(dir.Read("sdq"), afterWrite);
     }
+    EXPECT_EQ(dir.Read("tools.log"), "./sg_scan\n./sg_map\n");
     EXPECT_FALSE(dir.Exists(PartialName(SavedDriveFileName("OTHER"))));
     unlink(path.c_str());
     EXPECT_TRUE(RecoverSavedDrives(dir.Path()).empty());

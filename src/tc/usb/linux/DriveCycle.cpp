@@ -239,8 +239,29 @@ std::string Format(const char* text, const std::string& a, const std::string& b 
 
 RecoveryEvent NotRestored(const std::string& description) { return {Translate("Drive Not Restored"), description}; }
 
-RecoveryEvent RecoverOne(const std::string& directory, const std::string& name,
-                         const std::map<std::string, std::string>& disks) {
+// Serial number to disk path of the connected drives, listed when first
+// asked: a directory of damaged files runs no tool.
+class ConnectedDrives {
+public:
+    std::string DiskOf(const std::string& serial) {
+        if (!listed) {
+            listed = true;
+            try {
+                disks = MapUSB_SerialNumbersToDiskPaths();
+            } catch (const std::exception& e) {
+                dbgprintf("Drives not listed: %s\n", e.what());
+            }
+        }
+        const auto found = disks.find(serial);
+        return found == disks.end() ? std::string() : found->second;
+    }
+
+private:
+    bool listed = false;
+    std::map<std::string, std::string> disks;
+};
+
+RecoveryEvent RecoverOne(const std::string& directory, const std::string& name, ConnectedDrives& drives) {
     const std::string path = directory + "/" + name;
     Fd saved(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     struct stat info {};
@@ -251,11 +272,10 @@ RecoveryEvent RecoverOne(const std::string& directory, const std::string& name,
     if (!problem.empty())
         return NotRestored(Format("%s is damaged (%s); it is left alone", path, Translate(problem)));
 
-    const auto found = disks.find(file.serial);
-    if (found == disks.end() || found->second.empty())
+    const std::string disk = drives.DiskOf(file.serial);
+    if (disk.empty())
         return NotRestored(
             Format("No drive with serial %s is connected; its saved bytes stay in %s", file.serial, path));
-    const std::string& disk = found->second;
     const char* const notWritten = "%s (serial %s) is not written back (%s); its saved bytes stay in %s";
     Fd drive;
     try {
@@ -427,16 +447,9 @@ void DriveCycle::Restore() {
 std::vector<RecoveryEvent> RecoverSavedDrives(const std::string& directory) {
     std::vector<RecoveryEvent> events;
     try {
-        const std::vector<std::string> names = SavedFilesIn(directory);
-        if (names.empty()) return events;
-        std::map<std::string, std::string> disks;
-        try {
-            disks = MapUSB_SerialNumbersToDiskPaths();
-        } catch (const std::exception& e) {
-            dbgprintf("Drives not listed: %s\n", e.what());
-        }
-        for (const std::string& name : names) {
-            events.push_back(RecoverOne(directory, name, disks));
+        ConnectedDrives drives;
+        for (const std::string& name : SavedFilesIn(directory)) {
+            events.push_back(RecoverOne(directory, name, drives));
             dbgprintf("%s: %s\n", events.back().caption.c_str(), events.back().description.c_str());
         }
     } catch (const std::exception& e) {

@@ -2,6 +2,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "tc/usb/linux/DriveGuard.h"
 #include "tc/usb/linux/MountTable.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
 #include "tc/usb/linux/UsbFileParser.h"
@@ -101,4 +102,18 @@ TEST(MountTable, MountedDisksAndDirectories) {
     ASSERT_EQ(symlink(disk.c_str(), link.c_str()), 0);
     EXPECT_TRUE(IsDeviceOrPartitionMounted(ParseMountTable(link + "1 /media/q vfat rw 0 0\n"), link));
     EXPECT_TRUE(IsDeviceOrPartitionMounted(ParseMountTable(disk + " /media/q vfat rw 0 0\n"), link));
+}
+
+TEST(SwapTable, AreasAndTheDrivesTheyAreOn) {
+    const auto swaps = ParseSwapTable("Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n"
+                                      "/dev/sdb2                               partition\t1048572\t0\t-2\n"
+                                      "/var/swap\\040file                       file\t\t65532\t\t0\t\t-3\n");
+    ASSERT_EQ(swaps.size(), 2u);
+    EXPECT_EQ(swaps[1].source, "/var/swap file");
+    EXPECT_EQ(swaps[1].target, "file");
+    ASSERT_NE(FindDeviceOrPartition(swaps, "/dev/sdb"), nullptr);
+    EXPECT_EQ(FindDeviceOrPartition(swaps, "/dev/sdb")->source, "/dev/sdb2");
+    EXPECT_EQ(FindDeviceOrPartition(swaps, "/dev/sdc"), nullptr);
+    EXPECT_TRUE(ParseSwapTable("Filename Type Size Used Priority\n").empty());
+    EXPECT_EQ(BlockDeviceName("/dev/sdb; x/sdq"), "sdq");
 }

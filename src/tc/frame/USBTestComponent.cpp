@@ -1,8 +1,10 @@
 #include "tc/frame/USBTestComponent.h"
 
 #include "common/Translate.h"
+#include "common/TvkError.h"
 #include "common/xmldef.h"
 #include "tc/usb/linux/Discovery.h"
+#include "tc/usb/linux/DriveCycle.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/usbxml.h"
 
@@ -19,6 +21,20 @@ static ClassRegistrar<USBTestComponent> USBTestComponentClassRegistrar;
 void USBTestComponent::Initialize() {
     TranslatorAddCatalog("rkl");
     TranslatorAddCatalog("zorbus");
+    // A file write compare run that never ended may have left a drive
+    // holding its reference. The host has no callback yet: the events wait.
+    HoldRecoveryEvents(RecoverSavedDrives(GetDiagsWriteDirectory()));
+}
+
+std::string USBTestComponent::ExecuteXMLCommand(const std::string& xml) {
+    if (eventCallback) {
+        try {
+            for (const RecoveryEvent& event : TakeHeldRecoveryEvents()) WriteEventLog(event.caption, event.description);
+        } catch (const TvkError&) {
+            // The callback went away meanwhile; the command still runs.
+        }
+    }
+    return TestComponent::ExecuteXMLCommand(xml);
 }
 
 std::string USBTestComponent::Catalog() {

@@ -17,7 +17,10 @@ public:
     const char* GetRealClassName() const override { return "USBTestComponent"; }
     Persistent* CreateCopy() const override { return new USBTestComponent(*this); }
 
+    // Also puts back drives that an unfinished file write compare run left.
     void Initialize() override;
+    // Sends the log events of that first, once the host has a callback.
+    std::string ExecuteXMLCommand(const std::string& xml) override;
     std::string Catalog() override;
     std::string ID() override;
 };

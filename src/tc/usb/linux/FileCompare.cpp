@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <new>
 
+#include "common/Debug.h"
 #include "common/TvkError.h"
 
 namespace {
@@ -50,37 +52,85 @@ void FlushAndDropCache(int fd) {
     posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED);
 }
 
+AlignedBuffer::AlignedBuffer(size_t size) : size(size) {
+    void* memory = nullptr;
+    if (posix_memalign(&memory, MediumReader::alignment, size ? size : 1) != 0) throw std::bad_alloc();
+    bytes.reset(static_cast<char*>(memory));
+}
+
+void AlignedBuffer::Free::operator()(char* p) const { std::free(p); }
+
+MediumReader::MediumReader(const std::string& path) : path(path) {
+    // A file system without direct transfers (tmpfs) refuses the open.
+    fd = open(path.c_str(), O_RDONLY | O_DIRECT | O_CLOEXEC);
+    if (fd >= 0) {
+        direct = true;
+    } else if ((fd = open(path.c_str(), O_RDONLY | O_CLOEXEC)) >= 0) {
+        FlushAndDropCache(fd);
+        posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    }
+    if (fd >= 0) dbgprintf("%s is read back %s\n", path.c_str(), direct ? "directly" : "through a dropped cache");
+}
+
+MediumReader::~MediumReader() {
+    if (fd >= 0) close(fd);
+}
+
+bool MediumReader::FallBack() {
+    const int cached = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (cached < 0) return false;
+    close(fd);
+    fd = cached;
+    direct = false;
+    FlushAndDropCache(fd);
+    dbgprintf("%s refused a direct read; read back through a dropped cache\n", path.c_str());
+    return lseek(fd, offset, SEEK_SET) == offset;
+}
+
+size_t MediumReader::Read(char* buffer, size_t size) {
+    size_t got = 0;
+    while (got < size) {
+        const ssize_t n = read(fd, buffer + got, size - got);
+        if (n > 0) {
+            got += static_cast<size_t>(n);
+            offset += n;
+            // A direct transfer that ends short has met the end; what
+            // follows would be misaligned.
+            if (direct && got % alignment != 0) break;
+        } else if (n < 0 && errno == EINTR) {
+            continue;
+        } else if (n < 0 && errno == EINVAL && direct && FallBack()) {
+            continue;
+        } else {
+            break;
+        }
+    }
+    return got;
+}
+
 void CompareFileContents(const std::string& first, const std::string& second, const std::string& detail,
                          CompareSpan span) {
     Fd one(open(first.c_str(), O_RDONLY | O_CLOEXEC));
-    Fd two(open(second.c_str(), O_RDONLY | O_CLOEXEC));
-    if (one.get() < 0 || two.get() < 0) throw TvkError("Could not locate files", detail, "");
+    MediumReader two(second);
+    if (one.get() < 0 || !two.IsOpen()) throw TvkError("Could not locate files", detail, "");
     posix_fadvise(one.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    // What the drive holds, not what the page cache remembers of the write.
-    FlushAndDropCache(two.get());
-    posix_fadvise(two.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
 
     std::unique_ptr<char[]> a(new char[chunkSize]);
-    std::unique_ptr<char[]> b(new char[chunkSize]);
+    AlignedBuffer b(chunkSize);
     size_t total = 0;
     for (;;) {
         const size_t gotA = ReadFull(one.get(), a.get(), chunkSize);
         if (gotA == 0 && total == 0) throw TvkError("Read Data Failure", detail, "");
-        const size_t wantB = gotA == 0 ? 1 : gotA;
-        const size_t gotB = gotA == 0 && span == CompareSpan::firstLength ? 0 : ReadFull(two.get(), b.get(), wantB);
+        // Past the end of `first`, a disk has nothing left to compare.
+        if (gotA == 0 && span == CompareSpan::firstLength) return;
+        // `second` is read in whole chunks: a direct transfer takes no
+        // other size, and a whole compare sees there whether it is longer.
+        const size_t gotB = two.Read(b.data(), chunkSize);
         if (gotB == 0 && total == 0) throw TvkError("Read Data Failure", detail, "");
-        if (gotA == 0) {
-            // The end of `first`: a whole compare wants `second` to end too.
-            if (gotB != 0) throw TvkError("Data Comparison Failure", detail, "");
-            return;
-        }
-        if (gotB != gotA || std::memcmp(a.get(), b.get(), gotA) != 0)
+        if (gotB < gotA || std::memcmp(a.get(), b.data(), gotA) != 0)
             throw TvkError("Data Comparison Failure", detail, "");
+        if (span == CompareSpan::whole && gotB != gotA) throw TvkError("Data Comparison Failure", detail, "");
         total += gotA;
-        if (gotA < chunkSize) {
-            if (span == CompareSpan::whole && ReadFull(two.get(), b.get(), 1) != 0)
-                throw TvkError("Data Comparison Failure", detail, "");
-            return;
-        }
+        if (gotA < chunkSize) return;
     }
 }

@@ -1,10 +1,13 @@
 #include "tc/usb/linux/MountTable.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
+
+#include "tc/usb/linux/ExternalTool.h"
 
 namespace {
 
@@ -21,6 +24,15 @@ std::string Unescape(const std::string& field) {
         }
     }
     return out;
+}
+
+// The whole text of a kernel table; false when it cannot be opened.
+bool ReadTable(const char* path, std::string& text) {
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    text = ReadWholeFd(fd);
+    close(fd);
+    return true;
 }
 
 std::string Canonical(const std::string& path) {
@@ -63,30 +75,49 @@ std::vector<MountEntry> ParseMountTable(const std::string& text) {
 }
 
 std::vector<MountEntry> ReadMountTable() {
-    for (const char* path : {"/proc/self/mounts", "/proc/mounts"}) {
-        std::ifstream in(path);
-        if (!in) continue;
-        std::stringstream text;
-        text << in.rdbuf();
-        return ParseMountTable(text.str());
-    }
+    std::string text;
+    for (const char* path : {"/proc/self/mounts", "/proc/mounts"})
+        if (ReadTable(path, text)) return ParseMountTable(text);
     return {};
 }
 
-bool IsDeviceOrPartitionMounted(const std::vector<MountEntry>& table, const std::string& device) {
+std::vector<MountEntry> ParseSwapTable(const std::string& text) {
+    std::vector<MountEntry> table;
+    std::istringstream in(text);
+    std::string line;
+    std::getline(in, line);  // the column heads
+    while (std::getline(in, line)) {
+        std::istringstream fields(line);
+        std::string file, type;
+        if (fields >> file >> type) table.push_back(MountEntry{Unescape(file), type});
+    }
+    return table;
+}
+
+std::vector<MountEntry> ReadSwapTable() {
+    std::string text;
+    ReadTable("/proc/swaps", text);
+    return ParseSwapTable(text);
+}
+
+const MountEntry* FindDeviceOrPartition(const std::vector<MountEntry>& table, const std::string& device) {
     const std::string canonicalDevice = Canonical(device);
     struct stat deviceStat {};
     const bool isBlock = stat(device.c_str(), &deviceStat) == 0 && S_ISBLK(deviceStat.st_mode);
     for (const MountEntry& entry : table) {
         if (IsSelfOrPartition(device, entry.source) || IsSelfOrPartition(canonicalDevice, entry.source) ||
             IsSelfOrPartition(canonicalDevice, Canonical(entry.source)))
-            return true;
+            return &entry;
         struct stat sourceStat {};
         if (isBlock && entry.source.compare(0, 1, "/") == 0 && stat(entry.source.c_str(), &sourceStat) == 0 &&
             S_ISBLK(sourceStat.st_mode) && sourceStat.st_rdev == deviceStat.st_rdev)
-            return true;
+            return &entry;
     }
-    return false;
+    return nullptr;
+}
+
+bool IsDeviceOrPartitionMounted(const std::vector<MountEntry>& table, const std::string& device) {
+    return FindDeviceOrPartition(table, device) != nullptr;
 }
 
 bool HasMountAtOrBelow(const std::vector<MountEntry>& table, const std::string& directory) {

@@ -1,6 +1,7 @@
-// What is mounted on this machine, from the kernel's mount table. The
-// storage tests write straight to drives and remove their mount directory;
-// both must never reach into a mounted file system.
+// What is mounted on this machine, from the kernel's mount table, and what
+// serves as swap, from its swap table. The storage tests write straight to
+// drives and remove their mount directory; neither may ever reach into a
+// mounted file system or a swap area.
 #pragma once
 
 #include <string>
@@ -18,6 +19,16 @@ std::vector<MountEntry> ParseMountTable(const std::string& text);
 // The table of this process: /proc/self/mounts, else /proc/mounts. Empty
 // when neither can be read.
 std::vector<MountEntry> ReadMountTable();
+
+// The swap areas of a /proc/swaps text (column heads first): the area's file
+// or device as source, its type ("partition", "file") as target.
+std::vector<MountEntry> ParseSwapTable(const std::string& text);
+// The swap areas of /proc/swaps; empty when it cannot be read.
+std::vector<MountEntry> ReadSwapTable();
+
+// The entry whose source is `device` or one of its partitions, null when
+// there is none. Sources are matched as IsDeviceOrPartitionMounted says.
+const MountEntry* FindDeviceOrPartition(const std::vector<MountEntry>& table, const std::string& device);
 
 // True when `device` or one of its partitions ("/dev/sdb1", "/dev/nvme0n1p2",
 // also when named through a link) is the source of an entry.

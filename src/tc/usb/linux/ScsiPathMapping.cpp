@@ -1,8 +1,9 @@
 #include "tc/usb/linux/ScsiPathMapping.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -65,11 +66,11 @@ void MapSerialNumbersFromText(const std::string& text, std::map<std::string, std
 
 void MapUSB_SerialNumbersToSCSI_HostIDs(std::vector<std::string>& files, std::map<std::string, std::string>& map) {
     for (const std::string& file : files) {
-        std::ifstream in(file);
-        if (!in) throw std::runtime_error("Unable to open file for reading: " + file);
-        std::stringstream text;
-        text << in.rdbuf();
-        MapSerialNumbersFromText(text.str(), map);
+        const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) throw std::runtime_error("Unable to open file for reading: " + file);
+        const std::string text = ReadWholeFd(fd);
+        close(fd);
+        MapSerialNumbersFromText(text, map);
     }
 }
 
@@ -110,6 +111,25 @@ void MapSCSI_GenericPathsToSCSI_DiskPaths(std::map<std::string, std::string>& ma
         return;
     }
     MapGenericPathsFromText(output, map);
+}
+
+std::map<std::string, std::string> MapUSB_SerialNumbersToDiskPaths() {
+    std::vector<std::string> files;
+    std::map<std::string, std::string> serialToHost;
+    std::map<std::string, std::string> hostToGeneric;
+    std::map<std::string, std::string> genericToDisk;
+    FindUSB_DriveProcFiles(files);
+    MapUSB_SerialNumbersToSCSI_HostIDs(files, serialToHost);
+    MapSCSI_HostIDsToSCSI_GenericPaths(hostToGeneric);
+    MapSCSI_GenericPathsToSCSI_DiskPaths(genericToDisk);
+    std::map<std::string, std::string> disks;
+    for (const auto& serialAndHost : serialToHost) {
+        const auto generic = hostToGeneric.find(serialAndHost.second);
+        if (generic == hostToGeneric.end()) continue;
+        const auto disk = genericToDisk.find(generic->second);
+        if (disk != genericToDisk.end() && !disk->second.empty()) disks[serialAndHost.first] = disk->second;
+    }
+    return disks;
 }
 
 std::string GetUSB_DriveDiskPath(USBnode* node) {

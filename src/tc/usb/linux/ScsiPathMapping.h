@@ -14,6 +14,10 @@ class USBnode;
 // chain is missing. A node without a serial number is looked up as "None".
 std::string GetUSB_DriveDiskPath(USBnode* node);
 
+// The same chain for every drive at once: serial number to disk path, for
+// the drives whose chain is whole. Throws as the steps below do.
+std::map<std::string, std::string> MapUSB_SerialNumbersToDiskPaths();
+
 // Appends the plain files under /proc/scsi/usb-storage/.
 void FindUSB_DriveProcFiles(std::vector<std::string>& files);
 // Serial number to host ("scsi2") from each file; throws std::runtime_error

@@ -1,11 +1,6 @@
 #include "tc/usb/linux/filewtcmptest.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <memory>
+#include <exception>
 #include <vector>
 
 #include "common/Debug.h"
@@ -13,8 +8,9 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
+#include "tc/frame/TestComponent.h"
+#include "tc/usb/linux/DriveCycle.h"
 #include "tc/usb/linux/FileCompare.h"
-#include "tc/usb/linux/MountTable.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBInfoReader.h"
@@ -32,57 +28,7 @@ struct TryTree {
     ~TryTree() { tree.FinishTest(); }
 };
 
-bool WriteAll(int fd, const char* data, size_t size) {
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t n = write(fd, data + done, size - done);
-        if (n > 0) {
-            done += static_cast<size_t>(n);
-        } else if (n < 0 && errno == EINTR) {
-            continue;
-        } else {
-            break;
-        }
-    }
-    return done > 0;
-}
-
 }  // namespace
-
-bool CopyFileToDrive(const std::string& source, const std::string& path) {
-    std::FILE* in = std::fopen(source.c_str(), "r");
-    // The drive must exist already: a vanished disk is not made into a new
-    // file under /dev, and what it holds is not truncated.
-    const int out = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (!in && out >= 0) {
-        close(out);
-        dbgprintf("Missing SSO.DAT file\n");
-        throw TvkError("Could not locate files", "", "");
-    }
-    if (out < 0) {
-        if (in) std::fclose(in);
-        dbgprintf("Device Not Connected\n");
-        throw TvkError("Device Not Connected", strprintf("failed for drive %s", path.c_str()), "");
-    }
-    std::fseek(in, 0, SEEK_END);
-    const long size = std::ftell(in);
-    std::fseek(in, 0, SEEK_SET);
-    std::vector<char> buffer(size > 0 ? static_cast<size_t>(size) : 0);
-    const size_t got = buffer.empty() ? 0 : std::fread(buffer.data(), 1, buffer.size(), in);
-    std::fclose(in);
-
-    bool written = true;
-    if (got > 0) {
-        if (!WriteAll(out, buffer.data(), got)) {
-            dbgprintf("Write failed\n");
-            written = false;
-        }
-        // On the medium before anyone reads it back.
-        FlushAndDropCache(out);
-    }
-    close(out);
-    return written;
-}
 
 FileWriteCompareTest::FileWriteCompareTest(USBDevice* usbDevice) : Test(usbxml::filewritecomparetest, usbDevice) {
     Setup(usbDevice);
@@ -168,17 +114,35 @@ bool FileWriteCompareTest::DoRun(const XmlObject&) {
     SetProgress(1, 100);
     if (!FileExists(referenceFile)) throw TvkError("Could not locate files", "Could not locate files", "");
 
+    // Drives that an earlier run left holding the reference get their own
+    // bytes back first.
+    const std::string saveDirectory = TestComponent::GetDiagsWriteDirectory();
+    for (const RecoveryEvent& event : RecoverSavedDrives(saveDirectory))
+        if (pTestComponent) pTestComponent->WriteEventLog(event.caption, event.description);
+
     for (int i = 1; i <= connected; ++i) {
-        const std::string path = GetUSB_DriveDiskPath(drives[i - 1]);
+        USBnode* drive = drives[i - 1];
+        const std::string path = GetUSB_DriveDiskPath(drive);
         if (path.empty()) throw TvkError("Device Not Connected", "", "");
         const std::string message = strprintf("failed for drive %s", path.c_str());
-        // The reference overwrites the disk from its first byte: a drive
-        // with a file system in use is never written.
-        if (IsDeviceOrPartitionMounted(ReadMountTable(), path))
-            throw TvkError("Drive has a mounted partition; it is not written", message, "");
-        if (!CopyFileToDrive(referenceFile, path)) throw TvkError("File Copy Failure", message, "");
-        SetProgress(static_cast<unsigned>(i), static_cast<unsigned>(connected + 1));
-        CompareFiles(referenceFile, path, message);
+        // The reference overwrites the disk from its first byte: what it
+        // covers is saved first and written back after the compare, and a
+        // drive the system uses is never written.
+        DriveCycle cycle(referenceFile, path, drive->serialNumber.empty() ? "None" : drive->serialNumber,
+                         saveDirectory, message);
+        cycle.Claim();
+        cycle.Save();
+        std::exception_ptr failure;
+        try {
+            if (!cycle.Write()) throw TvkError("File Copy Failure", message, "");
+            SetProgress(static_cast<unsigned>(i), static_cast<unsigned>(connected + 1));
+            CompareFiles(referenceFile, path, message);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        // Whatever the compare said; a failed restore is the error that counts.
+        cycle.Restore();
+        if (failure) std::rethrow_exception(failure);
     }
     SetProgress(99, 100);
     return true;

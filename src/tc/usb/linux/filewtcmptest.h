@@ -1,6 +1,8 @@
 // Proves that every high-speed USB storage drive of the machine takes data:
 // checks the number of drives, writes the reference file "SSO.DAT" straight
 // to each drive's disk device, reads it back from the medium and compares.
+// Each drive is left as it was found: what the reference covers is saved
+// before and written back after (DriveCycle.h); drives in use are refused.
 #pragma once
 
 #include <string>
@@ -46,8 +48,3 @@ public:
 private:
     void Setup(Device* device);
 };
-
-// Writes `source` from the first byte of the disk `path`, then flushes it to
-// the medium. Refuses (TvkError) a disk with a mounted partition. False
-// when nothing could be written.
-bool CopyFileToDrive(const std::string& source, const std::string& path);

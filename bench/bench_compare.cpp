@@ -91,7 +91,7 @@ bool RunCycle(const std::string& folder, const std::string& reference, const std
         cycle.Claim();
         cycle.Save();
         if (!cycle.Write()) return false;
-        CompareFileContents(reference, drive, "bench", CompareSpan::firstLength);
+        if (!cycle.ReadsBackAsReference()) CompareFileContents(reference, drive, "bench", CompareSpan::firstLength);
         cycle.Restore();
         return true;
     } catch (...) {

@@ -377,11 +377,12 @@ void DriveCycle::Save() {
 
     std::unique_ptr<char[]> kept(new char[chunkSize]), written(new char[chunkSize]);
     std::unique_ptr<unsigned char[]> list(new unsigned char[chunkSize / 512 * 8]);
-    Hash64 savedHash, listHash;
+    Hash64 savedHash, listHash, referenceHash;
     for (uint64_t done = 0; done < saved.length;) {
         const size_t n = static_cast<size_t>(std::min<uint64_t>(chunkSize, saved.length - done));
         if (!ReadAt(drive, kept.get(), n, done)) throw fail("the drive cannot be read");
         const size_t ours = ReadUpTo(source.get(), written.get(), n);
+        referenceHash.Update(written.get(), static_cast<size_t>(std::min<uint64_t>(ours, referenceLength - done)));
         // Each block as it will read after the write: the reference, and
         // behind its end the drive's own bytes.
         const size_t blocks = static_cast<size_t>((n + block - 1) / block);
@@ -403,6 +404,7 @@ void DriveCycle::Save() {
     }
     saved.savedSum = savedHash.Digest();
     saved.writtenSum = listHash.Digest();
+    referenceSum = referenceHash.Digest();
     const std::string header = saved.Header();
     if (WriteAt(out.get(), header.data(), header.size(), 0) != header.size() || fsync(out.get()) != 0)
         throw fail("cannot write " + partial);
@@ -428,6 +430,22 @@ bool DriveCycle::Write() {
     // On the medium before anyone reads it back.
     FlushAndDropCache(drive);
     return wrote;
+}
+
+bool DriveCycle::ReadsBackAsReference() const {
+    // An empty reference is a failure of its own, which the byte compare names.
+    if (!savedOnDisk || referenceLength == 0 || saved.length < referenceLength) return false;
+    MediumReader reader(disk);
+    if (!reader.IsOpen()) return false;
+    AlignedBuffer buffer(chunkSize);
+    Hash64 hash;
+    for (uint64_t done = 0; done < referenceLength;) {
+        const size_t wanted = static_cast<size_t>(std::min<uint64_t>(chunkSize, referenceLength - done));
+        if (reader.Read(buffer.data(), chunkSize) < wanted) return false;
+        hash.Update(buffer.data(), wanted);
+        done += wanted;
+    }
+    return hash.Digest() == referenceSum;
 }
 
 void DriveCycle::Restore() {

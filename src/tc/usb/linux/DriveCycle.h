@@ -36,6 +36,9 @@ public:
     // Writes the reference from the drive's first byte and flushes it to
     // the medium. False when nothing could be written.
     bool Write();
+    // True when the drive reads back, from the medium, as the reference that
+    // Save read; a false answer says nothing of why (the byte compare does).
+    bool ReadsBackAsReference() const;
     // Writes the saved bytes back, reads them back from the medium and
     // removes their file. Throws the not-restored error, which names the
     // file that keeps them, when the drive does not read back as it was.
@@ -48,6 +51,7 @@ private:
     int drive = -1;
     int savedIn = -1;  // the saved bytes' file, open for reading
     uint64_t referenceLength = 0;
+    uint64_t referenceSum = 0;  // of the reference as Save read it
     SavedDriveFile saved;
     bool savedOnDisk = false;
 };

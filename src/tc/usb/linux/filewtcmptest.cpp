@@ -136,7 +136,10 @@ bool FileWriteCompareTest::DoRun(const XmlObject&) {
         try {
             if (!cycle.Write()) throw TvkError("File Copy Failure", message, "");
             SetProgress(static_cast<unsigned>(i), static_cast<unsigned>(connected + 1));
-            CompareFiles(referenceFile, path, message);
+            // The drive read once against the checksum of what was written;
+            // only a drive that differs is compared byte by byte, for the
+            // error that says how.
+            if (!cycle.ReadsBackAsReference()) CompareFiles(referenceFile, path, message);
         } catch (...) {
             failure = std::current_exception();
         }

@@ -49,6 +49,19 @@ struct Session {
 
 std::string ReadText(const std::string& path);
 
+// Why umockdev does not divert this program's file calls here, or empty.
+const std::string& DiversionUnavailable();
+
+// The base of every test here: each runs its host on a testbed, and where
+// umockdev does not divert, it is skipped with the reason.
+template <class Base = ::testing::Test>
+class OnTestbed : public Base {
+protected:
+    void SetUp() override {
+        if (!DiversionUnavailable().empty()) GTEST_SKIP() << DiversionUnavailable();
+    }
+};
+
 class FakeMachine {
 public:
     explicit FakeMachine(const std::string& fixture);  // empty: a bare testbed

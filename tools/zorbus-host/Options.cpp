@@ -31,6 +31,7 @@ const FlagOption flagOptions[] = {
     {"--diags-medium", &Options::diagsMedium},
     {"--xml", &Options::rawXml},
     {"--kernel-paths", &Options::kernelPaths},
+    {"--version", &Options::version},
 };
 
 bool IsParameter(const std::string& arg) {
@@ -132,7 +133,7 @@ bool ParseCommandLine(int argc, char** argv, Options& options, std::string& erro
         }
         options.commands.push_back(command);
     }
-    if (!options.help && options.commands.empty()) {
+    if (!options.help && !options.version && options.commands.empty()) {
         error = "no command given";
         return false;
     }
@@ -218,6 +219,8 @@ Options:
                       (default: /sys/kernel/debug/usb/devices)
   --usbfs-source DIR  the usbfs nodes for --kernel-paths
                       (default: /dev/bus/usb)
+  --version           the program's version and the component's version
+                      record
   -h, --help          this text
 
 While a test runs, Ctrl-C asks the component to cancel it (it stops between

@@ -31,6 +31,7 @@ struct Options {
     std::string usbfsSource = "/dev/bus/usb";
     std::vector<Command> commands;
     bool help = false;
+    bool version = false;
 };
 
 // Parses argv. On a usage error returns false with the reason in `error`.

@@ -148,6 +148,8 @@ int main(int argc, char** argv) {
         std::fputs(host::HelpText().c_str(), stdout);
         return Success;
     }
+    const std::string library = options.library.empty() ? host::DefaultLibrary() : options.library;
+    if (options.version) return host::PrintVersion(library, options.component);
     factoryMode = options.factory ? 1 : 0;
     diagsMedium = options.diagsMedium ? 1 : 0;
     host::Display screen(stdout, isatty(STDOUT_FILENO), options.rawXml);
@@ -163,7 +165,6 @@ int main(int argc, char** argv) {
         }
     }
 
-    const std::string library = options.library.empty() ? host::ProgramFolder() + "libzorbus.so" : options.library;
     if (!component.Load(library, error)) {
         std::fprintf(stderr, "zorbus-host: %s\n", error.c_str());
         return ComponentError;
@@ -191,7 +192,8 @@ int main(int argc, char** argv) {
             cancelWanted = 0;
             testRunning = 1;
         }
-        const std::string answer = component.Execute(host::CommandXml(command, options.component));
+        const std::string xml = host::CommandXml(command, options.component);
+        const std::string answer = component.Execute(xml);
         testRunning = 0;
         runningTest = nullptr;
         status = std::max(status, static_cast<int>(screen.Answer(command, answer)));

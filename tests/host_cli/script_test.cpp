@@ -50,7 +50,7 @@ TEST_F(HostCommandLine, HelpDocumentsEveryOptionStatusAndCommandAndEachOptionIsA
     }
     EXPECT_EQ(documented, (Args{"--library", "--component", "--state", "--language", "--debug", "--factory",
                                 "--diags-medium", "--xml", "--answer", "--kernel-paths", "--devices-source",
-                                "--usbfs-source", "--version", "--help"}));
+                                "--usbfs-source", "--junit", "--json", "--version", "--help"}));
     EXPECT_HAS(help.out, "\n  0  ", "\n  1  ", "\n  2  ", "\n  3  ", "\n  4  ", "\n  5  ", "catalog", "id",
                "test DEVICE TEST [NAME=VALUE...]", "cancel DEVICE TEST", "diagnose DEVICE", "version");
 }

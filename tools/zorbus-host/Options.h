@@ -29,6 +29,8 @@ struct Options {
     bool kernelPaths = false;
     std::string devicesSource = "/sys/kernel/debug/usb/devices";
     std::string usbfsSource = "/dev/bus/usb";
+    std::string junit;  // report files; empty: none
+    std::string json;
     std::vector<Command> commands;
     bool help = false;
     bool version = false;

@@ -53,7 +53,10 @@ std::string ReadText(const std::string& path);
 const std::string& DiversionUnavailable();
 
 // The base of every test here: each runs its host on a testbed, and where
-// umockdev does not divert, it is skipped with the reason.
+// umockdev does not divert, it is skipped with the reason. Parameterised
+// fixtures derive from OnTestbed<::testing::TestWithParam<T>>; plain TEST
+// takes OnTestbed<> as its base through the definition below, so that no
+// test is left out.
 template <class Base = ::testing::Test>
 class OnTestbed : public Base {
 protected:
@@ -61,6 +64,9 @@ protected:
         if (!DiversionUnavailable().empty()) GTEST_SKIP() << DiversionUnavailable();
     }
 };
+
+#undef TEST
+#define TEST(suite, name) GTEST_TEST_(suite, name, OnTestbed<>, ::testing::internal::GetTypeId<OnTestbed<>>())
 
 class FakeMachine {
 public:

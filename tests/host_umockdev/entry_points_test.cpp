@@ -36,13 +36,7 @@ Session Play(FakeMachine& m, const std::vector<Call>& calls) {
 
 }  // namespace
 
-// Fixtures in a namespace of their own: a test suite named like one of the
-// component's classes must not lend the host program that class's type.
-namespace {
-class EntryPoints : public OnTestbed<> {};
-}  // namespace
-
-TEST_F(EntryPoints, WhatWorksBeforeAndAfterInitializeAndInEachLanguage) {
+TEST(EntryPoints, WhatWorksBeforeAndAfterInitializeAndInEachLanguage) {
     FakeMachine m("");
     const std::string german = std::string("de_DE.UTF-8:") + ZORBUS_BINARY_DIR + "/locale";
     Play(m, {{"translator", ""}, {"initialized", "0"}, {"callback", uninitialized},
@@ -60,7 +54,7 @@ TEST_F(EntryPoints, WhatWorksBeforeAndAfterInitializeAndInEachLanguage) {
              {"run <catalog/>", "*", {LogEvent("Katalog wird erstellt", ""), LogEvent("Gerät erkannt", "Device")}}});
 }
 
-TEST_F(EntryPoints, DispatcherAnswers) {
+TEST(EntryPoints, DispatcherAnswers) {
     FakeMachine m("");
     const std::string notFound = Error("Device not found", "usbDevice9", " reference=\"frontEnd, frontEnd\"");
     const Session s = Play(
@@ -98,7 +92,7 @@ TEST_F(EntryPoints, DispatcherAnswers) {
     EXPECT_TRUE(m.Calls().empty());
 }
 
-TEST_F(EntryPoints, FailureMarkOnlyInFactoryRunsFromTheMedium) {
+TEST(EntryPoints, FailureMarkOnlyInFactoryRunsFromTheMedium) {
     FakeMachine m("");
     const struct {
         const char *factory, *medium, *component;
@@ -124,7 +118,7 @@ TEST_F(EntryPoints, FailureMarkOnlyInFactoryRunsFromTheMedium) {
     EXPECT_FALSE(m.Has(failureMark));
 }
 
-TEST_F(EntryPoints, StateFileIsWrittenAndRestoredAndADamagedOneStartsAFreshComponent) {
+TEST(EntryPoints, StateFileIsWrittenAndRestoredAndADamagedOneStartsAFreshComponent) {
     FakeMachine m("");
     const Session s =
         m.Run({"translator C", "init <init persistentFilename=\"state.bin\" component=\"first.so\"/>", "file state.bin",
@@ -156,7 +150,7 @@ TEST_F(EntryPoints, StateFileIsWrittenAndRestoredAndADamagedOneStartsAFreshCompo
     for (size_t i = 0; i < 4; ++i) EXPECT_EQ(fresh.Nth("run", i).answer, version) << i;
 }
 
-TEST(LibrarySymbols, LibraryExportsItsEntryPointsAndHidesPugixml) {  // needs no testbed
+TEST(EntryPoints, LibraryExportsItsEntryPointsAndHidesPugixml) {
     void* library = dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
     for (const char* name :

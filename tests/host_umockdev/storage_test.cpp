@@ -63,15 +63,7 @@ struct Drives : FakeMachine {
 
 }  // namespace
 
-// Fixtures in a namespace of their own: a test suite named like one of the
-// component's classes must not lend the host program that class's type.
-namespace {
-class StorageTests : public OnTestbed<> {};
-class FileWriteCompare : public OnTestbed<> {};
-class UsbPortTest : public OnTestbed<> {};
-}  // namespace
-
-TEST_F(StorageTests, TwoDrivesAreWrittenAndReadBackAndASlowOneFailsThePortTest) {
+TEST(StorageTests, TwoDrivesAreWrittenAndReadBackAndASlowOneFailsThePortTest) {
     Drives m("storage_two");
     m.Write("work/SSO.DAT", reference);
     m.Write("testbed/dev/sde", blank);
@@ -91,7 +83,7 @@ TEST_F(StorageTests, TwoDrivesAreWrittenAndReadBackAndASlowOneFailsThePortTest) 
               (Strings{"mkdir [-p] [/mnt/usbdrive]", "umount [/mnt/usbdrive]", "rm [-rf] [/mnt/usbdrive]"}));
 }
 
-TEST_F(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
+TEST(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
     Drives m("storage_one");
     m.Write("testbed/dev/sdb", blank);
     const std::string count = "Please insert the USB drive keys into unit. Number of USB Devices Connected:1, "
@@ -131,7 +123,7 @@ TEST_F(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
     EXPECT_EQ(m.Read("testbed/dev/sdb"), written);
 }
 
-TEST_F(UsbPortTest, EachCheckFailsWithItsTextAndAStuckMountIsNeverRemovedRecursively) {
+TEST(UsbPortTest, EachCheckFailsWithItsTextAndAStuckMountIsNeverRemovedRecursively) {
     if (std::filesystem::exists("/mnt/usbdrive/SSO.DAT")) GTEST_SKIP() << "this machine has /mnt/usbdrive/SSO.DAT";
     Drives m("storage_one");
     Strings mountFails = mountAndCopy, stuck = mountAndCopy;

@@ -221,7 +221,12 @@ void TranslatorInitialize(const char* text, bool /*reserved*/) {
         if (colon != std::string::npos && colon + 1 < setting.size()) {
             next->folders.push_back(setting.substr(colon + 1));
         } else {
-            next->folders.push_back(OwnFolder() + "/locale");
+            const std::string own = OwnFolder();
+            next->folders.push_back(own + "/locale");
+#ifdef ZORBUS_INSTALLED_LOCALE
+            // An installed library: share/locale of its own tree, wherever that tree was put.
+            next->folders.push_back(own + "/" ZORBUS_INSTALLED_LOCALE);
+#endif
             next->folders.push_back("/usr/share/locale");
         }
         for (const std::string& name : next->names) MergeCatalog(*next, name);

@@ -67,15 +67,71 @@ inline std::string CopyMachine(const std::string& fixture) {
     return folder;
 }
 
+// How a fake machine reaches a program. umockdev's preload diverts /proc and /dev to the machine's copy;
+// it needs libumockdev-preload.so.0 in the program's word size. A private mount namespace (root only) puts
+// the machine's /proc/bus in place of the real one instead, for programs of any word size.
+enum class Road { Umockdev, Namespace };
+
+// `program` (quoted, with its arguments) on `machine` (none: this machine as it is), started by `prefix`.
+inline std::string OnMachine(const std::string& program, const std::string& machine, const std::string& prefix,
+                             Road road) {
+    if (machine.empty()) return prefix + program;
+    if (road == Road::Umockdev)
+        return "UMOCKDEV_DIR=" + Quoted(machine + "/machine") + " PATH=" + Quoted(machine + "/stubs") + ":\"$PATH\" " +
+               prefix + "umockdev-wrapper " + program;
+    // The stubs come first on PATH only after the real mount has put the tmpfs in place.
+    return prefix + "unshare -m --propagation private sh -c " +
+           Quoted("mount -t tmpfs zorbus /proc/bus && cp -R \"$1\"/. /proc/bus && PATH=\"$2:$PATH\" && shift 2 && "
+                  "exec \"$@\"") +
+           " sh " + Quoted(machine + "/machine/proc/bus") + " " + Quoted(machine + "/stubs") + " " + program;
+}
+
+// The road to a fake machine for this build's programs here, or why there is none. ZORBUS_MACHINE_ROADS
+// (default "umockdev namespace") names the roads to try, in order.
+inline const std::string& MachineUnavailable(Road* found = nullptr) {
+    static Road road = Road::Umockdev;
+    static const std::string why = [] {
+        const char* wanted = std::getenv("ZORBUS_MACHINE_ROADS");
+        const std::string roads = wanted ? wanted : "umockdev namespace";
+        const std::string bits = std::to_string(sizeof(void*) * 8) + "-bit";
+        const std::string probe = TemporaryFolder(), output = TemporaryFolder() + "/out";
+        std::filesystem::create_directories(probe + "/machine/proc/bus/usb");
+        std::filesystem::create_directories(probe + "/stubs");
+        std::ofstream(probe + "/machine/proc/bus/usb/zorbus-probe") << "fake machine\n";
+        const std::string program = Quoted(ZORBUS_BINARY_DIR "/machine_probe") + " /proc/bus/usb/zorbus-probe";
+        std::string reasons;
+        for (const Road candidate : {Road::Umockdev, Road::Namespace}) {
+            const char* name = candidate == Road::Umockdev ? "umockdev" : "namespace";
+            if (roads.find(name) == std::string::npos) {
+                reasons += std::string(reasons.empty() ? "" : "; ") + "the " + name +
+                           " road is turned off (ZORBUS_MACHINE_ROADS=" + roads + ")";
+                continue;
+            }
+            const std::string command = OnMachine(program, probe, "timeout -s KILL 60 ", candidate);
+            if (std::system((command + " >" + Quoted(output) + " 2>&1").c_str()) == 0 &&
+                ReadFile(output) == "fake machine\n") {
+                road = candidate;
+                return std::string();
+            }
+            reasons += std::string(reasons.empty() ? "" : "; ") +
+                       (candidate == Road::Umockdev
+                            ? "umockdev-wrapper does not divert " + bits +
+                                  " programs here (no libumockdev-preload.so.0 of that word size, or it is hidden)"
+                            : "no private mount namespace with a tmpfs on /proc/bus here (needs root)");
+        }
+        return "no fake machine reaches " + bits + " programs: " + reasons;
+    }();
+    if (found) *found = road;
+    return why;
+}
+
 // zorbus-host on `machine` (none: this machine as it is), started by `prefix`.
 inline std::string HostCommand(const Args& args, const std::string& machine, const std::string& prefix = "") {
-    std::string command = machine.empty() ? prefix
-                                          : "UMOCKDEV_DIR=" + Quoted(machine + "/machine") + " PATH=" +
-                                                Quoted(machine + "/stubs") + ":\"$PATH\" " + prefix +
-                                                "umockdev-wrapper ";
-    command += Quoted(std::string(ZORBUS_BINARY_DIR) + "/zorbus-host");
-    for (const std::string& arg : args) command += " " + Quoted(arg);
-    return command;
+    std::string program = Quoted(std::string(ZORBUS_BINARY_DIR) + "/zorbus-host");
+    for (const std::string& arg : args) program += " " + Quoted(arg);
+    Road road = Road::Umockdev;
+    if (!machine.empty()) MachineUnavailable(&road);
+    return OnMachine(program, machine, prefix, road);
 }
 
 struct HostRun {

@@ -8,10 +8,19 @@ namespace {
 
 const std::string install = "Install High Speed USB Flash Drives into all USB ports";
 
+// The program on no machine at all: options, usage and loading.
+class HostCommandLine : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!HostUnavailable().empty()) GTEST_SKIP() << HostUnavailable();
+    }
+};
+
 class HostProgram : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!HostUnavailable().empty()) GTEST_SKIP() << HostUnavailable();
+        if (!MachineUnavailable().empty()) GTEST_SKIP() << MachineUnavailable();
         ASSERT_FALSE((machine = CopyMachine("example")).empty());
     }
     HostRun Run(const Args& args) const { return RunHost(args, machine); }
@@ -26,7 +35,7 @@ std::string Excerpt(const std::string& text, const std::string& from, const std:
 
 }  // namespace
 
-TEST_F(HostProgram, HelpDocumentsEveryOptionStatusAndCommandAndEachOptionIsAccepted) {
+TEST_F(HostCommandLine, HelpDocumentsEveryOptionStatusAndCommandAndEachOptionIsAccepted) {
     const HostRun help = RunHost({"--help"});
     ASSERT_EQ(help.status, 0) << help.err;
     // Each option it names is taken: one it does not know is a usage error even beside --help.
@@ -41,12 +50,12 @@ TEST_F(HostProgram, HelpDocumentsEveryOptionStatusAndCommandAndEachOptionIsAccep
     }
     EXPECT_EQ(documented, (Args{"--library", "--component", "--state", "--language", "--debug", "--factory",
                                 "--diags-medium", "--xml", "--answer", "--kernel-paths", "--devices-source",
-                                "--usbfs-source", "--help"}));
+                                "--usbfs-source", "--junit", "--json", "--version", "--help"}));
     EXPECT_HAS(help.out, "\n  0  ", "\n  1  ", "\n  2  ", "\n  3  ", "\n  4  ", "\n  5  ", "catalog", "id",
                "test DEVICE TEST [NAME=VALUE...]", "cancel DEVICE TEST", "diagnose DEVICE", "version");
 }
 
-TEST_F(HostProgram, UsageErrorsExitTwoAndComponentsThatCannotBeLoadedThree) {
+TEST_F(HostCommandLine, UsageErrorsExitTwoAndComponentsThatCannotBeLoadedThree) {
     const struct {
         Args args;
         int status;

@@ -13,6 +13,7 @@ class Terminal : public ::testing::Test {
 protected:
     void SetUp() override {
         if (!HostUnavailable().empty()) GTEST_SKIP() << HostUnavailable();
+        if (!MachineUnavailable().empty()) GTEST_SKIP() << MachineUnavailable();
         if (std::system("command -v tmux >/dev/null") != 0) GTEST_SKIP() << "tmux is not installed";
         ASSERT_FALSE((machine = CopyMachine("example")).empty());
         // Discovery once, off the terminal, so that the screen holds the test alone.

@@ -214,9 +214,45 @@ __attribute__((visibility("default"))) int nvxIsDiagsCD() { return diagsMedium; 
 __attribute__((visibility("default"))) int nvxGetCurrentCPU() { return hostProcessor; }
 }
 
-// One program, two roles: the tests, and (with --host-session) the host they start.
+// Whether umockdev diverts this program's file calls to a testbed: this
+// program started under umockdev-wrapper on a testbed holding only the mark.
+const std::string& DiversionUnavailable() {
+    static const std::string why = [] {
+        const std::string folder = MakeFolder();
+        fs::create_directories(folder + "/proc");
+        std::ofstream(folder + testbedMark) << "testbed\n";
+        const char* asan = getenv("ASAN_OPTIONS");  // as for a session
+        std::vector<std::string> env = {"UMOCKDEV_DIR=" + folder,
+                                        "ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":verify_asan_link_order=0"};
+        for (char** e = environ; *e; ++e)
+            if (std::strncmp(*e, "ASAN_OPTIONS=", 13) != 0) env.push_back(*e);
+        std::vector<std::string> args = {"umockdev-wrapper", "/proc/" + std::to_string(getpid()) + "/exe",
+                                         "--diversion-probe"};
+        std::vector<char*> argv, envp;
+        for (std::string& a : args) argv.push_back(&a[0]);
+        for (std::string& e : env) envp.push_back(&e[0]);
+        argv.push_back(nullptr);
+        envp.push_back(nullptr);
+        pid_t child = -1;
+        int status = -1;
+        const int spawned = posix_spawnp(&child, argv[0], nullptr, nullptr, argv.data(), envp.data());
+        if (spawned == 0) waitpid(child, &status, 0);
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+        if (spawned != 0) return "umockdev-wrapper cannot be started: " + std::string(std::strerror(spawned));
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+            return "umockdev-wrapper does not divert the file calls of this " + std::to_string(sizeof(void*) * 8) +
+                   "-bit program (no libumockdev-preload.so.0 of its word size)";
+        return std::string();
+    }();
+    return why;
+}
+
+// One program, three roles: the tests, the host they start (--host-session),
+// and the check that umockdev diverts this program (--diversion-probe).
 int main(int argc, char** argv) {
     if (argc == 4 && std::strcmp(argv[1], "--host-session") == 0) return RunHostSession(argv[2], argv[3]);
+    if (argc == 2 && std::strcmp(argv[1], "--diversion-probe") == 0) return access(testbedMark, F_OK) == 0 ? 0 : 2;
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

@@ -49,6 +49,25 @@ struct Session {
 
 std::string ReadText(const std::string& path);
 
+// Why umockdev does not divert this program's file calls here, or empty.
+const std::string& DiversionUnavailable();
+
+// The base of every test here: each runs its host on a testbed, and where
+// umockdev does not divert, it is skipped with the reason. Parameterised
+// fixtures derive from OnTestbed<::testing::TestWithParam<T>>; plain TEST
+// takes OnTestbed<> as its base through the definition below, so that no
+// test is left out.
+template <class Base = ::testing::Test>
+class OnTestbed : public Base {
+protected:
+    void SetUp() override {
+        if (!DiversionUnavailable().empty()) GTEST_SKIP() << DiversionUnavailable();
+    }
+};
+
+#undef TEST
+#define TEST(suite, name) GTEST_TEST_(suite, name, OnTestbed<>, ::testing::internal::GetTypeId<OnTestbed<>>())
+
 class FakeMachine {
 public:
     explicit FakeMachine(const std::string& fixture);  // empty: a bare testbed

@@ -115,8 +115,8 @@ std::string NotFound(const std::string& device, const std::string& key, const st
            "currentState=\"failed\">" + Error(key, detail, " reference=\"frontEnd, frontEnd\"") + "</testResult>";
 }
 
-class KnownMachine : public ::testing::TestWithParam<MachineCase> {};
-class EachMode : public ::testing::TestWithParam<bool> {};
+class KnownMachine : public OnTestbed<::testing::TestWithParam<MachineCase>> {};
+class EachMode : public OnTestbed<::testing::TestWithParam<bool>> {};
 
 }  // namespace
 

@@ -85,7 +85,7 @@ struct TextCase {
 
 void PrintTo(const TextCase& c, std::ostream* out) { *out << c.name << (c.factory ? " factory" : " field"); }
 
-class LsusbMachine : public ::testing::TestWithParam<TextCase> {};
+class LsusbMachine : public OnTestbed<::testing::TestWithParam<TextCase>> {};
 
 // A bare testbed without a devices file, where stub lsusb prints `text`; null when this machine has one.
 std::unique_ptr<FakeMachine> LsusbOnly(const std::string& fixture, const std::string& text) {

@@ -4,6 +4,10 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <cstdio>
+
+#include "Options.h"
+
 namespace host {
 
 namespace {
@@ -49,6 +53,30 @@ std::string ProgramFolder() {
     self[n] = '\0';
     std::string folder(self);
     return folder.erase(folder.find_last_of('/') + 1);
+}
+
+std::string DefaultLibrary() {
+    const std::string beside = ProgramFolder() + "libzorbus.so";
+#ifdef ZORBUS_INSTALLED_LIBRARY
+    if (access(beside.c_str(), F_OK) != 0) return ProgramFolder() + ZORBUS_INSTALLED_LIBRARY;
+#endif
+    return beside;
+}
+
+int PrintVersion(const std::string& library, const std::string& componentName) {
+    std::printf("zorbus-host %s\n", ZORBUS_VERSION);
+    std::fflush(stdout);
+    Component component;
+    std::string error;
+    if (!component.Load(library, error)) {
+        std::fprintf(stderr, "zorbus-host: %s\n", error.c_str());
+        return 3;
+    }
+    component.Initialize(("<initialize component=\"" + XmlEscape(componentName) + "\"/>").c_str());
+    const std::string record = component.Execute("<getDiagVersion component=\"" + XmlEscape(componentName) + "\"/>");
+    component.Uninitialize(nullptr);
+    std::printf("component: %s\nlibrary: %s\n", record.c_str(), library.c_str());
+    return 0;
 }
 
 }  // namespace host

@@ -24,4 +24,13 @@ struct Component {
 // The folder of this program, with a trailing slash.
 std::string ProgramFolder();
 
+// The library loaded without --library: libzorbus.so beside the program (a
+// build folder), else the one of the tree the program is installed in.
+std::string DefaultLibrary();
+
+// --version: this program's version, then the version record of the
+// component in `library`. Returns the exit status: 0, or 3 when the
+// component cannot be loaded.
+int PrintVersion(const std::string& library, const std::string& componentName);
+
 }  // namespace host

@@ -18,6 +18,8 @@ const ValueOption valueOptions[] = {
     {"--language", &Options::language},
     {"--devices-source", &Options::devicesSource},
     {"--usbfs-source", &Options::usbfsSource},
+    {"--junit", &Options::junit},
+    {"--json", &Options::json},
 };
 
 struct FlagOption {
@@ -31,6 +33,7 @@ const FlagOption flagOptions[] = {
     {"--diags-medium", &Options::diagsMedium},
     {"--xml", &Options::rawXml},
     {"--kernel-paths", &Options::kernelPaths},
+    {"--version", &Options::version},
 };
 
 bool IsParameter(const std::string& arg) {
@@ -132,7 +135,7 @@ bool ParseCommandLine(int argc, char** argv, Options& options, std::string& erro
         }
         options.commands.push_back(command);
     }
-    if (!options.help && options.commands.empty()) {
+    if (!options.help && !options.version && options.commands.empty()) {
         error = "no command given";
         return false;
     }
@@ -218,7 +221,20 @@ Options:
                       (default: /sys/kernel/debug/usb/devices)
   --usbfs-source DIR  the usbfs nodes for --kernel-paths
                       (default: /dev/bus/usb)
+  --junit FILE        write a JUnit XML report of the run's tests and
+                      diagnoses to FILE: a test suite per device, a test case
+                      per test or diagnosis with its time, its failure or
+                      skip and the component's error text, the log events as
+                      its output
+  --json FILE         write a JSON report of the run to FILE: one record
+                      per command with its answer, events, result and times
+  --version           the program's version and the component's version
+                      record
   -h, --help          this text
+
+The reports are written again after each command and each event, so a run
+that stops early (a prompt without an answer, Ctrl-C) leaves them complete up
+to that point, the unfinished command marked as such.
 
 While a test runs, Ctrl-C asks the component to cancel it (it stops between
 tries); a second Ctrl-C ends the program.

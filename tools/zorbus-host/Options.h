@@ -29,8 +29,11 @@ struct Options {
     bool kernelPaths = false;
     std::string devicesSource = "/sys/kernel/debug/usb/devices";
     std::string usbfsSource = "/dev/bus/usb";
+    std::string junit;  // report files; empty: none
+    std::string json;
     std::vector<Command> commands;
     bool help = false;
+    bool version = false;
 };
 
 // Parses argv. On a usage error returns false with the reason in `error`.

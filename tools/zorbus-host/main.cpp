@@ -17,6 +17,7 @@
 #include "KernelPaths.h"
 #include "Options.h"
 #include "PromptAnswer.h"
+#include "Report.h"
 
 // Host services: this host decides the mode and the medium itself.
 static int factoryMode = 0;
@@ -31,6 +32,7 @@ enum ExitStatus { Success = 0, NotPassed = 1, UsageError = 2, ComponentError = 3
 host::Component component;
 host::Options options;
 host::Display* display = nullptr;
+host::Report report;  // --junit, --json
 size_t nextAnswer = 0;
 
 // Ctrl-C during a test: the cancel goes to the component with the test's
@@ -63,6 +65,8 @@ char* HostReply(const std::string& text) {
     std::fflush(stdout);
     std::fprintf(stderr, "zorbus-host: %s\n", why.c_str());
     std::fflush(stderr);
+    report.Stop(why);
+    report.Finish(NoAnswer);
     // The component is inside the test and waits for this reply; leaving
     // here is the only way not to answer for the operator.
     _exit(NoAnswer);
@@ -129,6 +133,7 @@ void SendWantedCancel() {
 
 char* OnEvent(const char* text) {
     const std::string xml = text ? text : "";
+    report.Event(xml);
     SendWantedCancel();
     if (xml.compare(0, 11, "<diagPrompt") == 0 && (xml.size() == 11 || xml[11] == ' ' || xml[11] == '>' || xml[11] == '/')) {
         char* reply = HostReply(PromptReply(xml));
@@ -152,6 +157,15 @@ int main(int argc, char** argv) {
         std::fputs(host::HelpText().c_str(), stdout);
         return Success;
     }
+    const std::string library = options.library.empty() ? host::DefaultLibrary() : options.library;
+    if (options.version) return host::PrintVersion(library, options.component);
+    if (!report.Open(options.junit, options.json, error)) {
+        std::fprintf(stderr, "zorbus-host: %s\n", error.c_str());
+        return UsageError;
+    }
+    report.SetProperty("program", "zorbus-host " ZORBUS_VERSION);
+    report.SetProperty("library", library);
+    report.SetProperty("component", options.component);
     factoryMode = options.factory ? 1 : 0;
     diagsMedium = options.diagsMedium ? 1 : 0;
     host::Display screen(stdout, isatty(STDOUT_FILENO), options.rawXml);
@@ -163,13 +177,16 @@ int main(int argc, char** argv) {
         for (const std::string& note : notes) screen.Line("kernel paths: " + note);
         if (!entered) {
             std::fprintf(stderr, "zorbus-host: %s\n", error.c_str());
+            report.Stop(error);
+            report.Finish(NoKernelPaths);
             return NoKernelPaths;
         }
     }
 
-    const std::string library = options.library.empty() ? host::ProgramFolder() + "libzorbus.so" : options.library;
     if (!component.Load(library, error)) {
         std::fprintf(stderr, "zorbus-host: %s\n", error.c_str());
+        report.Stop(error);
+        report.Finish(ComponentError);
         return ComponentError;
     }
     if (!options.language.empty()) component.InitializeTCTranslator(options.language.c_str());
@@ -195,7 +212,10 @@ int main(int argc, char** argv) {
             cancelWanted = 0;
             testRunning = 1;
         }
-        const std::string answer = component.Execute(host::CommandXml(command, options.component));
+        const std::string xml = host::CommandXml(command, options.component);
+        report.Begin(command, xml);
+        const std::string answer = component.Execute(xml);
+        report.End(answer);
         testRunning = 0;
         runningTest = nullptr;
         status = std::max(status, static_cast<int>(screen.Answer(command, answer)));
@@ -205,5 +225,6 @@ int main(int argc, char** argv) {
     component.Uninitialize(options.state.empty() ? nullptr : uninit.c_str());
     if (nextAnswer < options.answers.size())
         std::fprintf(stderr, "zorbus-host: %zu --answer value(s) left unused\n", options.answers.size() - nextAnswer);
+    report.Finish(status);
     return status;
 }

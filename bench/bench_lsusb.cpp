@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "bench/BenchTestbed.h"
+#include "tests/fixtures/largest/LargestMachines.h"
 #include "tc/frame/EntryPoints.h"
 
 namespace fs = std::filesystem;
@@ -32,143 +33,11 @@ namespace fs = std::filesystem;
 namespace {
 
 using namespace benchtestbed;
+using namespace largest;
 
 int benchFactoryMode = 0;
 
-const int devicesPerBus = 127;
-const int hubsPerBus = 7;
-const int portsPerHub = 17;
-
 char* DropEvent(const char*) { return nullptr; }
-
-std::string Hex4(int value) {
-    char text[8];
-    std::snprintf(text, sizeof text, "%04x", value & 0xffff);
-    return text;
-}
-
-// ---- a machine's `lsusb -v` text, in the tool's layout ----
-
-std::string Head(int bus, int device, const std::string& id, const std::string& names, const std::string& cls,
-                 const std::string& usb, const std::string& manufacturer, const std::string& product,
-                 const std::string& serial) {
-    char busDevice[64];
-    std::snprintf(busDevice, sizeof busDevice, "\nBus %03d Device %03d: ID ", bus, device);
-    return busDevice + id + " " + names +
-           "\nDevice Descriptor:\n"
-           "  bLength                18\n"
-           "  bDescriptorType         1\n"
-           "  bcdUSB               " + usb + "\n"
-           "  bDeviceClass          " + cls + "\n"
-           "  bDeviceSubClass         0 \n"
-           "  bDeviceProtocol         0 \n"
-           "  bMaxPacketSize0        64\n"
-           "  idVendor           0x" + id.substr(0, 4) + " \n"
-           "  idProduct          0x" + id.substr(5, 4) + " \n"
-           "  bcdDevice            1.00\n"
-           "  iManufacturer           1 " + manufacturer + "\n"
-           "  iProduct                2 " + product + "\n"
-           "  iSerial                 " + (serial.empty() ? std::string("0 ") : "3 " + serial) + "\n"
-           "  bNumConfigurations      1\n"
-           "  Configuration Descriptor:\n"
-           "    bLength                 9\n"
-           "    bDescriptorType         2\n"
-           "    wTotalLength       0x0019\n"
-           "    bNumInterfaces          1\n"
-           "    bConfigurationValue     1\n"
-           "    iConfiguration          0 \n"
-           "    bmAttributes         0xe0\n"
-           "      Self Powered\n"
-           "    MaxPower              100mA\n";
-}
-
-std::string Interface(const std::string& cls) {
-    return "    Interface Descriptor:\n"
-           "      bLength                 9\n"
-           "      bDescriptorType         4\n"
-           "      bInterfaceNumber        0\n"
-           "      bAlternateSetting       0\n"
-           "      bNumEndpoints           1\n"
-           "      bInterfaceClass       " + cls + "\n"
-           "      bInterfaceSubClass      0 \n"
-           "      bInterfaceProtocol      0 \n"
-           "      iInterface              0 \n";
-}
-
-std::string Endpoint(const std::string& address, const std::string& type) {
-    return "      Endpoint Descriptor:\n"
-           "        bLength                 7\n"
-           "        bDescriptorType         5\n"
-           "        bEndpointAddress     " + address + "\n"
-           "        bmAttributes            3\n"
-           "          Transfer Type            " + type + "\n"
-           "          Synch Type               None\n"
-           "          Usage Type               Data\n"
-           "        wMaxPacketSize     0x0004  1x 4 bytes\n"
-           "        bInterval              12\n";
-}
-
-std::string HubPart(int ports, int connected) {
-    std::string out =
-        "Hub Descriptor:\n"
-        "  bLength               9\n"
-        "  bDescriptorType      41\n"
-        "  nNbrPorts            " + std::to_string(ports) + "\n"
-        "  wHubCharacteristic 0x00e0\n"
-        "    Ganged power switching\n"
-        "  bPwrOn2PwrGood       50 * 2 milli seconds\n"
-        "  bHubContrCurrent    100 milli Ampere\n"
-        "  DeviceRemovable    0x00 0x00 0x00\n"
-        "  PortPwrCtrlMask    0xff 0xff 0xff\n"
-        " Hub Port Status:\n";
-    for (int p = 1; p <= ports; ++p)
-        out += "   Port " + std::to_string(p) + ": " + (p <= connected ? "0000.0503 highspeed power enable connect" : "0000.0100 power") + "\n";
-    return out;
-}
-
-const char* const status = "Device Status:     0x0001\n  Self Powered\n";
-
-std::string LsusbText(int buses) {
-    std::string out;
-    for (int bus = 1; bus <= buses; ++bus) {
-        const bool ehci = bus % 2 == 1;
-        out += Head(bus, 1, ehci ? "1d6b:0002" : "1d6b:0001", "Linux Foundation root hub", "9 Hub", ehci ? "2.00" : "1.10",
-                    "Linux 6.1.0 hcd", ehci ? "EHCI Host Controller" : "UHCI Host Controller",
-                    "0000:00:1d." + std::to_string(bus));
-        out += Interface("9 Hub") + Endpoint("0x81  EP 1 IN", "Interrupt") + HubPart(hubsPerBus, hubsPerBus) + status;
-        for (int hub = 0; hub < hubsPerBus; ++hub) {
-            const int hubDevice = 2 + hub * (portsPerHub + 1);
-            out += Head(bus, hubDevice, "05e3:0610", "Genesys Logic, Inc. Hub", "9 Hub", "2.00", "GenesysLogic",
-                        "USB2.0 Hub", "");
-            out += Interface("9 Hub") + Endpoint("0x81  EP 1 IN", "Interrupt") + HubPart(portsPerHub, portsPerHub) +
-                   status;
-            for (int port = 0; port < portsPerHub; ++port) {
-                const int device = hubDevice + 1 + port;
-                if (device % 2 == 0) {
-                    out += Head(bus, device, "0781:5567", "SanDisk Corp. Cruzer Blade", "0 ", "2.00", "SanDisk",
-                                "Cruzer Blade", "4C53" + Hex4(bus) + Hex4(device));
-                    out += Interface("8 Mass Storage") + Endpoint("0x81  EP 1 IN", "Bulk") + status;
-                } else {
-                    out += Head(bus, device, "046d:c077", "Logitech, Inc. Mouse", "0 ", "2.00", "Logitech",
-                                "USB Optical Mouse", "");
-                    out += Interface("3 Human Interface Device") +
-                           "        HID Device Descriptor:\n"
-                           "          bLength                 9\n"
-                           "          bDescriptorType        33\n"
-                           "          bcdHID               1.11\n"
-                           "          bCountryCode            0 Not supported\n"
-                           "          bNumDescriptors         1\n"
-                           "          bDescriptorType        34 Report\n"
-                           "          wDescriptorLength      46\n"
-                           "         Report Descriptors: \n"
-                           "           ** UNAVAILABLE **\n" +
-                           Endpoint("0x81  EP 1 IN", "Interrupt") + status;
-                }
-            }
-        }
-    }
-    return out;
-}
 
 // ---- the benchmark ----
 

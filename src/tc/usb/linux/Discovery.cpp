@@ -181,6 +181,8 @@ int getNumberOfUSBDevices(USBInfoReader& reader) {
 
 std::vector<std::string> getVecDeviceInfo(USBInfoReader& reader) {
     if (!reader.open()) throw TvkError("Error Creating File", "", "");
+    // One open of the trace for the whole text rather than one a line.
+    const USBInfoReader::TraceHold trace(reader);
     char buffer[USBInfoReader::lineBufferSize];
     std::memset(buffer, 0, sizeof buffer);
     std::vector<std::string> blocks;

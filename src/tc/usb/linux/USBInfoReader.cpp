@@ -17,18 +17,51 @@ const char* const lsusbDevicesFile = "devices";
 namespace {
 const char* const reformatTraceFile = "bang1.txt";
 const char* const releaseFile = "/etc/SuSE-release";
+// A held trace is written out in pieces of about this size.
+const size_t traceWriteSize = 64 * 1024;
+
+// What one reformatted line adds to the trace: each token and a blank (the
+// line itself), then "reformat", a blank, the line and a newline.
+void AppendTrace(std::string& trace, const std::string& line) {
+    trace += line;
+    trace += "reformat ";
+    trace += line;
+    trace += '\n';
+}
+
+// Errors end the write; the trace is no part of the result.
+void WriteAll(int fd, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n > 0)
+            done += static_cast<size_t>(n);
+        else if (n < 0 && errno == EINTR)
+            continue;
+        else
+            return;
+    }
+}
 }  // namespace
 
 USBInfoReader::USBInfoReader() : file(nullptr), devicesFile(nullptr) {}
 
-USBInfoReader::~USBInfoReader() {}
+USBInfoReader::~USBInfoReader() {
+    // A stream its opener left open stays open, as it always did, and keeps
+    // the buffer it reads into.
+    if (file) streamBuffer.release();
+}
 
 bool USBInfoReader::open() {
     // A second open starts the text again; the old handle is not needed.
     close();
     if (!devicesFile) return false;
     file = std::fopen(devicesFile, "r");
-    return file != nullptr;
+    if (!file) return false;
+    // The lsusb text runs to megabytes: larger reads than the default.
+    if (!streamBuffer) streamBuffer.reset(new char[streamBufferSize]);
+    std::setvbuf(file, streamBuffer.get(), _IOFBF, streamBufferSize);
+    return true;
 }
 
 void USBInfoReader::close() {
@@ -38,7 +71,9 @@ void USBInfoReader::close() {
 
 char* USBInfoReader::readLine(char* buffer) {
     if (!file) return nullptr;
-    return std::fgets(buffer, lineBufferSize, file);
+    // The reader belongs to one thread: the stream's lock is not needed for
+    // each of the hundreds of thousands of lines of a large machine.
+    return fgets_unlocked(buffer, lineBufferSize, file);
 }
 
 void USBInfoReader::mountProcUsb() {
@@ -49,7 +84,7 @@ void USBInfoReader::mountProcUsb() {
 
 bool USBInfoReader::noMoreLines() {
     // Without an open file there is nothing more to read.
-    return !file || std::feof(file) != 0;
+    return !file || feof_unlocked(file) != 0;
 }
 
 bool USBInfoReader::moreLines() { return !noMoreLines(); }
@@ -109,22 +144,59 @@ bool USBInfoReader::setDevicesFile() {
 void USBInfoReader::setMountedDevicesFile() { devicesFile = kernelDevicesFile; }
 
 std::string USBInfoReader::reformatLine(char* buffer) {
-    std::string result;
-    const int traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
-    std::FILE* trace = traceFd >= 0 ? fdopen(traceFd, "a") : nullptr;
-    if (traceFd >= 0 && !trace) ::close(traceFd);
-    // strtok_r: same splitting as strtok, without its hidden global state.
-    char* save = nullptr;
-    for (char* token = strtok_r(buffer, " ", &save); token; token = strtok_r(nullptr, " ", &save)) {
-        if (trace) std::fprintf(trace, "%s ", token);
-        result += token;
-        result += ' ';
+    // Tokens at blanks as strtok finds them, and the buffer cut the same way:
+    // the next read that meets the end of the text sees only the first token.
+    // Each token and its blank take no more room than the line and one blank.
+    std::string result(std::strlen(buffer) + 1, '\0');
+    char* out = &result[0];
+    for (char* at = buffer;;) {
+        while (*at == ' ') ++at;
+        if (!*at) break;
+        char* const token = at;
+        while (*at && *at != ' ') ++at;
+        std::memcpy(out, token, static_cast<size_t>(at - token));
+        out += at - token;
+        *out++ = ' ';
+        if (!*at) break;
+        *at++ = '\0';
     }
-    if (trace) {
-        std::fprintf(trace, "reformat %s\n", result.c_str());
-        std::fclose(trace);
+    result.resize(static_cast<size_t>(out - result.data()));
+    if (traceHeld) {
+        if (traceFd >= 0) {
+            AppendTrace(traceBuffer, result);
+            if (traceBuffer.size() >= traceWriteSize) FlushTrace();
+        }
+        return result;
+    }
+    const int fd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    if (fd >= 0) {
+        std::string trace;
+        AppendTrace(trace, result);
+        WriteAll(fd, trace);
+        ::close(fd);
     }
     return result;
+}
+
+void USBInfoReader::FlushTrace() {
+    if (traceFd >= 0) WriteAll(traceFd, traceBuffer);
+    traceBuffer.clear();
+}
+
+USBInfoReader::TraceHold::TraceHold(USBInfoReader& reader) : reader(reader), owner(!reader.traceHeld) {
+    if (!owner) return;
+    reader.traceHeld = true;
+    reader.traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    reader.traceBuffer.reserve(traceWriteSize + 2 * lineBufferSize + 16);
+}
+
+USBInfoReader::TraceHold::~TraceHold() {
+    if (!owner) return;
+    reader.FlushTrace();
+    if (reader.traceFd >= 0) ::close(reader.traceFd);
+    reader.traceFd = -1;
+    reader.traceHeld = false;
+    std::string().swap(reader.traceBuffer);
 }
 
 std::string USBInfoReader::extractMoreIn(std::string text) {

@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <list>
+#include <memory>
 #include <string>
 
 class USBInfoReader {
@@ -46,8 +47,26 @@ public:
     virtual bool setDevicesFile();
     virtual bool moreLines();
     // Blanks squeezed to single ones, leading blanks gone, a blank behind the
-    // last token; every call leaves a trace in "bang1.txt".
+    // last token; every call leaves a trace in "bang1.txt". The buffer is cut
+    // as strtok cuts it: the blank behind each token but the last becomes the
+    // end of the string.
     virtual std::string reformatLine(char* buffer);
+
+    // While a hold lives, reformatLine keeps "bang1.txt" open and writes the
+    // trace in large pieces instead of opening the file for every line; the
+    // bytes and their order are the same. A hold inside a hold does nothing.
+    class TraceHold {
+    public:
+        explicit TraceHold(USBInfoReader& reader);
+        // Writes out what waits and closes the file.
+        ~TraceHold();
+        TraceHold(const TraceHold&) = delete;
+        TraceHold& operator=(const TraceHold&) = delete;
+
+    private:
+        USBInfoReader& reader;
+        bool owner;
+    };
 
     // Points the reader at the kernel's devices file without any test.
     void setMountedDevicesFile();
@@ -67,8 +86,19 @@ protected:
     const char* devicesFile;
 
 private:
+    void FlushTrace();
+
+    static const size_t streamBufferSize = 64 * 1024;
+
     // Backing store for a path the reader made itself.
     std::string ownPath;
+    // The open stream's buffer, kept for every open of this reader.
+    std::unique_ptr<char[]> streamBuffer;
+    // The trace while a hold lives: its descriptor (-1 when it could not be
+    // opened) and the bytes that wait to be written.
+    bool traceHeld = false;
+    int traceFd = -1;
+    std::string traceBuffer;
 };
 
 // Fixed names of the sources.

@@ -44,7 +44,7 @@ public:
 
     // The registry's default object: no text, no node.
     newUSBDevice();
-    explicit newUSBDevice(const std::string& deviceInfo);
+    explicit newUSBDevice(std::string deviceInfo);
     // The Device part and the text; no node, empty working lists.
     newUSBDevice(const newUSBDevice& other);
     newUSBDevice& operator=(const newUSBDevice&) = delete;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -23,10 +24,14 @@ const size_t traceWriteSize = 64 * 1024;
 // What one reformatted line adds to the trace: each token and a blank (the
 // line itself), then "reformat", a blank, the line and a newline.
 void AppendTrace(std::string& trace, const std::string& line) {
-    trace += line;
-    trace += "reformat ";
-    trace += line;
-    trace += '\n';
+    static const char middle[] = "reformat ";
+    const size_t at = trace.size(), middleSize = sizeof middle - 1;
+    trace.resize(at + 2 * line.size() + middleSize + 1);
+    char* out = &trace[at];
+    std::memcpy(out, line.data(), line.size());
+    std::memcpy(out += line.size(), middle, middleSize);
+    std::memcpy(out += middleSize, line.data(), line.size());
+    out[line.size()] = '\n';
 }
 
 // Errors end the write; the trace is no part of the result.
@@ -46,34 +51,56 @@ void WriteAll(int fd, const std::string& bytes) {
 
 USBInfoReader::USBInfoReader() : file(nullptr), devicesFile(nullptr) {}
 
-USBInfoReader::~USBInfoReader() {
-    // A stream its opener left open stays open, as it always did, and keeps
-    // the buffer it reads into.
-    if (file) streamBuffer.release();
-}
+USBInfoReader::~USBInfoReader() {}
 
 bool USBInfoReader::open() {
     // A second open starts the text again; the old handle is not needed.
     close();
     if (!devicesFile) return false;
     file = std::fopen(devicesFile, "r");
-    if (!file) return false;
-    // The lsusb text runs to megabytes: larger reads than the default.
-    if (!streamBuffer) streamBuffer.reset(new char[streamBufferSize]);
-    std::setvbuf(file, streamBuffer.get(), _IOFBF, streamBufferSize);
-    return true;
+    return file != nullptr;
 }
 
 void USBInfoReader::close() {
     if (file) std::fclose(file);
     file = nullptr;
+    readStart = readEnd = 0;
+    endSeen = false;
 }
 
+// As fgets with lineBufferSize would: up to a newline, a full buffer or the
+// end of the text, which only a read that runs into it sees. The text is
+// read in large pieces and the lines cut from them: a large machine's lsusb
+// text has hundreds of thousands of lines, and a stream call for each costs
+// more than the line.
 char* USBInfoReader::readLine(char* buffer) {
     if (!file) return nullptr;
-    // The reader belongs to one thread: the stream's lock is not needed for
-    // each of the hundreds of thousands of lines of a large machine.
-    return fgets_unlocked(buffer, lineBufferSize, file);
+    if (!readBuffer) readBuffer.reset(new char[readBufferSize]);
+    const size_t room = lineBufferSize - 1;
+    size_t copied = 0;
+    while (copied < room) {
+        if (readStart == readEnd) {
+            readStart = 0;
+            readEnd = std::fread(readBuffer.get(), 1, readBufferSize, file);
+            if (readEnd == 0) {
+                endSeen = std::feof(file) != 0;
+                // A failed read gives no line, as fgets gives none.
+                if (std::ferror(file)) return nullptr;
+                break;
+            }
+        }
+        const char* from = readBuffer.get() + readStart;
+        const size_t available = std::min(readEnd - readStart, room - copied);
+        const char* newline = static_cast<const char*>(std::memchr(from, '\n', available));
+        const size_t take = newline ? static_cast<size_t>(newline - from) + 1 : available;
+        std::memcpy(buffer + copied, from, take);
+        copied += take;
+        readStart += take;
+        if (newline) break;
+    }
+    if (copied == 0) return nullptr;
+    buffer[copied] = '\0';
+    return buffer;
 }
 
 void USBInfoReader::mountProcUsb() {
@@ -84,7 +111,7 @@ void USBInfoReader::mountProcUsb() {
 
 bool USBInfoReader::noMoreLines() {
     // Without an open file there is nothing more to read.
-    return !file || feof_unlocked(file) != 0;
+    return !file || endSeen;
 }
 
 bool USBInfoReader::moreLines() { return !noMoreLines(); }
@@ -146,9 +173,13 @@ void USBInfoReader::setMountedDevicesFile() { devicesFile = kernelDevicesFile; }
 std::string USBInfoReader::reformatLine(char* buffer) {
     // Tokens at blanks as strtok finds them, and the buffer cut the same way:
     // the next read that meets the end of the text sees only the first token.
-    // Each token and its blank take no more room than the line and one blank.
-    std::string result(std::strlen(buffer) + 1, '\0');
-    char* out = &result[0];
+    // A line of the usual size is built on the stack, a longer one (from a
+    // caller's own buffer) in a string of its own.
+    const size_t length = std::strlen(buffer);
+    char local[2 * lineBufferSize];
+    std::string large;
+    char* const begin = length < sizeof local ? local : (large.resize(length + 1), &large[0]);
+    char* out = begin;
     for (char* at = buffer;;) {
         while (*at == ' ') ++at;
         if (!*at) break;
@@ -160,7 +191,7 @@ std::string USBInfoReader::reformatLine(char* buffer) {
         if (!*at) break;
         *at++ = '\0';
     }
-    result.resize(static_cast<size_t>(out - result.data()));
+    std::string result(begin, static_cast<size_t>(out - begin));
     if (traceHeld) {
         if (traceFd >= 0) {
             AppendTrace(traceBuffer, result);

@@ -26,8 +26,9 @@ public:
     // Opens devicesFile for reading; may be repeated to read from the start.
     virtual bool open();
     virtual void close();
-    // fgets into `buffer` (at least lineBufferSize bytes): a longer line comes
-    // in several pieces and only the last ends in a newline. Null at the end.
+    // As fgets into `buffer` (at least lineBufferSize bytes): a longer line
+    // comes in several pieces and only the last ends in a newline. Null at
+    // the end.
     virtual char* readLine(char* buffer);
     // Tries to mount usbfs on /proc/bus/usb; results are ignored.
     virtual void mountProcUsb();
@@ -88,12 +89,16 @@ protected:
 private:
     void FlushTrace();
 
-    static const size_t streamBufferSize = 64 * 1024;
+    static const size_t readBufferSize = 64 * 1024;
 
     // Backing store for a path the reader made itself.
     std::string ownPath;
-    // The open stream's buffer, kept for every open of this reader.
-    std::unique_ptr<char[]> streamBuffer;
+    // What was read from the stream and not yet handed out, and whether a
+    // read has run into the end of the text.
+    std::unique_ptr<char[]> readBuffer;
+    size_t readStart = 0;
+    size_t readEnd = 0;
+    bool endSeen = false;
     // The trace while a hold lives: its descriptor (-1 when it could not be
     // opened) and the bytes that wait to be written.
     bool traceHeld = false;

@@ -202,7 +202,8 @@ std::vector<std::string> getVecDeviceInfo(USBInfoReader& reader) {
         if (IsFirstLineOfDevice(line.c_str())) recording = true;
         if (recording) block += line;
         if (line.find(lsusbKeywords[kwDeviceStatus]) != std::string::npos) {
-            blocks.push_back(std::move(block));
+            // A copy of its own size; the block keeps its room for the next.
+            blocks.push_back(block);
             recording = false;
             block.clear();
         }

@@ -8,6 +8,7 @@
 // texts only cut them and pass lines on.
 #include <array>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 
 #include "common/TvkError.h"
@@ -25,23 +26,28 @@ uint64_t Bit(LsusbKeyword key) { return uint64_t(1) << key; }
 // The keywords that a line holds, wherever they stand in it: each line is
 // searched once for all of them, not once per keyword and level. Keywords
 // are looked up by their first two characters, so most places of a line
-// cost one table read.
+// cost a table read or two.
 class KeywordFinder {
 public:
     KeywordFinder() {
         // Every keyword has two characters at least ("ID" is the shortest).
         for (int k = 0; k < lsusbKeywordCount; ++k) {
             keys[k] = lsusbKeywords[k];
-            candidates[Pair(keys[k][0], keys[k][1])] |= uint64_t(1) << k;
+            starts[static_cast<unsigned char>(keys[k][0])] = true;
+            candidates[Low(keys[k][0]) << 6 | Low(keys[k][1])] |= uint64_t(1) << k;
         }
     }
     uint64_t In(std::string_view line) const {
         uint64_t found = 0;
-        for (size_t at = 0; at + 1 < line.size(); ++at) {
-            for (uint64_t maybe = candidates[Pair(line[at], line[at + 1])] & ~found; maybe; maybe &= maybe - 1) {
+        if (line.size() < 2) return found;
+        const char* at = line.data();
+        const char* const last = at + line.size() - 1;
+        for (; at < last; ++at) {
+            if (!starts[static_cast<unsigned char>(*at)]) continue;
+            for (uint64_t maybe = candidates[Low(at[0]) << 6 | Low(at[1])] & ~found; maybe; maybe &= maybe - 1) {
                 const int k = __builtin_ctzll(maybe);
                 const std::string_view key = keys[k];
-                if (key.size() <= line.size() - at && std::memcmp(line.data() + at, key.data(), key.size()) == 0)
+                if (key.size() <= static_cast<size_t>(last - at) + 1 && std::memcmp(at, key.data(), key.size()) == 0)
                     found |= uint64_t(1) << k;
             }
         }
@@ -50,11 +56,10 @@ public:
     std::string_view Key(LsusbKeyword k) const { return keys[k]; }
 
 private:
-    static size_t Pair(char first, char second) {
-        return (static_cast<size_t>(static_cast<unsigned char>(first) & 0x3f) << 6) |
-               (static_cast<unsigned char>(second) & 0x3f);
-    }
+    // A character's low six bits: two of them index the table.
+    static size_t Low(char c) { return static_cast<unsigned char>(c) & 0x3f; }
     std::array<std::string_view, lsusbKeywordCount> keys;
+    std::array<bool, 256> starts{};  // the first characters of keywords
     std::array<uint64_t, 64 * 64> candidates{};
 };
 
@@ -63,16 +68,37 @@ const KeywordFinder& Keywords() {
     return finder;
 }
 
+// The same lines come back device after device (" bLength 18", the lines of
+// every hub's ports): the keywords of a line are remembered by its text, in
+// a small table of this thread's own.
+uint64_t KeywordsOf(std::string_view line) {
+    struct Known {
+        std::string line;
+        uint64_t keywords = 0;
+        bool used = false;
+    };
+    static thread_local std::array<Known, 1024> known;
+    Known& slot = known[std::hash<std::string_view>()(line) & (known.size() - 1)];
+    if (slot.used && slot.line == line) return slot.keywords;
+    slot.line.assign(line.data(), line.size());
+    slot.keywords = Keywords().In(line);
+    slot.used = true;
+    return slot.keywords;
+}
+
 // The lines of `text` as StringTokenizer cuts it at newlines (two newlines in
 // a row give an empty line, a text ending in a newline no empty last one),
 // and the keywords of each.
 struct CutLines {
     explicit CutLines(const std::string& text) {
+        // Lines of lsusb text are some twenty characters long.
+        lines.reserve(text.size() / 16 + 1);
+        keywords.reserve(text.size() / 16 + 1);
         for (size_t at = 0; at < text.size();) {
             const size_t newline = text.find('\n', at);
             const size_t end = newline == std::string::npos ? text.size() : newline;
             lines.emplace_back(text.data() + at, end - at);
-            keywords.push_back(Keywords().In(lines.back()));
+            keywords.push_back(KeywordsOf(lines.back()));
             at = end + 1;
         }
     }

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "Host.h"
 #include "fixtures/largest/LargestMachines.h"
@@ -43,12 +42,6 @@ bool Writing() { return std::getenv("ZORBUS_WRITE_REFERENCES") != nullptr; }
 
 std::string Mode(bool factory) { return factory ? "factory" : "field"; }
 
-// One output: its kind, its length and its bytes, so that a mismatch shows
-// as a diff of the two texts and no output can hide behind another.
-std::string Record(const std::string& kind, const std::string& bytes) {
-    return kind + " " + std::to_string(bytes.size()) + "\n" + bytes + "\n";
-}
-
 struct Outputs {
     std::vector<std::string> ids;  // per identification: its answer and events
     std::string devices, trace;
@@ -72,12 +65,12 @@ bool Discover(const Case& c, int identifications, Outputs& out) {
     const Session s = machine.Run(Opening(c.factory, Strings(identifications, "run <id/>")));
     for (int i = 0; i < identifications; ++i) {
         const Step& step = s.Nth("run <id/>", i);
-        std::string record = Record("answer", step.answer);
-        for (const std::string& event : step.events) record += Record("event", event);
+        std::string record = largest::Record("answer", step.answer);
+        for (const std::string& event : step.events) record += largest::Record("event", event);
         out.ids.push_back(record);
     }
-    for (auto [name, into] : {std::make_pair("work/devices", &out.devices), {"work/bang1.txt", &out.trace}})
-        *into = machine.Has(name) ? Record("file", machine.Read(name)) : "absent\n";
+    out.devices = largest::FileRecord(machine.folder + "/work/devices");
+    out.trace = largest::FileRecord(machine.folder + "/work/bang1.txt");
     return true;
 }
 
@@ -115,7 +108,7 @@ const Machine generated[] = {
     {"devices_32", Road::devicesFile, "", "", "", 32},
     {"lsusb_8", Road::lsusb, "", "", "", 8},
     {"lsusb_32", Road::lsusb, "", "", "", 32},
-};
+};  // named as largest::MachineName names them
 
 std::vector<Case> Cases(const Machine* begin, const Machine* end) {
     std::vector<Case> cases;
@@ -125,19 +118,6 @@ std::vector<Case> Cases(const Machine* begin, const Machine* end) {
 }
 
 const std::string sumsFile = tests + "fixtures/largest/reference.txt";
-
-// The lines of the sums file that belong to one machine and mode.
-Strings SumLines(const std::string& prefix, Strings* others = nullptr) {
-    Strings mine;
-    std::istringstream in(ReadText(sumsFile));
-    for (std::string line; std::getline(in, line);) {
-        if (line.compare(0, prefix.size(), prefix) == 0)
-            mine.push_back(line);
-        else if (others)
-            others->push_back(line);
-    }
-    return mine;
-}
 
 }  // namespace
 
@@ -161,19 +141,16 @@ TEST_P(LargestReference, IdentificationAndTheWorkingFilesHaveTheRecordedSums) {
     Outputs out;
     if (!Discover(c, 1, out)) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
     const std::string prefix = std::string(c.machine.name) + " " + Mode(c.factory) + " ";
-    Strings got;
-    for (auto [part, bytes] : {std::make_pair("id", &out.ids[0]), {"devices", &out.devices}, {"trace", &out.trace}})
-        got.push_back(prefix + part + " " + std::to_string(bytes->size()) + " " + largest::Sha256(*bytes));
-    std::sort(got.begin(), got.end());  // as the file keeps them
+    const Strings got = largest::SumLines(c.machine.name, c.factory, out.ids[0], out.devices, out.trace);
     if (Writing()) {
         Strings lines;
-        SumLines(prefix, &lines);
+        largest::SumFileLines(sumsFile, prefix, &lines);
         lines.insert(lines.end(), got.begin(), got.end());
         std::sort(lines.begin(), lines.end());
         std::ofstream sums(sumsFile, std::ios::binary);
         for (const std::string& line : lines) sums << line << "\n";
     }
-    EXPECT_EQ(got, SumLines(prefix));
+    EXPECT_EQ(got, largest::SumFileLines(sumsFile, prefix));
 }
 
 std::string CaseName(const ::testing::TestParamInfo<Case>& info) {

@@ -412,11 +412,13 @@ public:
             const Figures* large = Find("LsusbRoad/buses:32/factory:" + std::to_string(factory));
             const Figures* small = Find("LsusbRoad/buses:8/factory:" + std::to_string(factory));
             if (large && floor)
-                std::printf("  lsusb road, %s: 4,064 devices %.1f ms [%.1f] = %.2f x its floor of %.1f ms "
+                std::printf("  lsusb road, %s: 4,064 devices %.1f ms [%.1f] = %.2f x its floor of %.1f ms [%.1f] "
                             "(target <= %.0f x: %s)",
                             factory ? "factory" : "field  ", large->wall, large->cpu, large->wall / floor->wall,
-                            floor->wall, lsusbFloorLimit, Verdict(large->wall / floor->wall <= lsusbFloorLimit));
-            if (large && small) std::printf("; 1,016 devices %.1f ms, growth %.2f", small->wall, large->wall / small->wall);
+                            floor->wall, floor->cpu, lsusbFloorLimit,
+                            Verdict(large->wall / floor->wall <= lsusbFloorLimit));
+            if (large && small)
+                std::printf("; 1,016 devices %.1f ms, growth %.2f", small->wall, large->wall / small->wall);
             if (large && floor) std::printf("\n");
         }
         const Figures* bare = Find("UnknownCommandBare/");

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "common/TvkError.h"
+#include "tc/usb/linux/USBInfoReader.h"
 #include "tc/usb/linux/newUSBDevice.h"
 #include "tc/usb/linux/usbxml.h"
 
@@ -70,8 +71,10 @@ const KeywordFinder& Keywords() {
 
 // The same lines come back device after device (" bLength 18", the lines of
 // every hub's ports): the keywords of a line are remembered by its text, in
-// a small table of this thread's own.
+// a small table of this thread's own. Lines longer than a read (which only a
+// caller's own text has) are not kept.
 uint64_t KeywordsOf(std::string_view line) {
+    if (line.size() >= USBInfoReader::lineBufferSize) return Keywords().In(line);
     struct Known {
         std::string line;
         uint64_t keywords = 0;

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstring>
 #include <functional>
+#include <mutex>
 #include <stdexcept>
 
 #include "common/TvkError.h"
@@ -71,22 +72,35 @@ const KeywordFinder& Keywords() {
 
 // The same lines come back device after device (" bLength 18", the lines of
 // every hub's ports): the keywords of a line are remembered by its text, in
-// a small table of this thread's own. Lines longer than a read (which only a
-// caller's own text has) are not kept.
-uint64_t KeywordsOf(std::string_view line) {
-    if (line.size() >= USBInfoReader::lineBufferSize) return Keywords().In(line);
+// a small table that a parse holds while it cuts its text. Lines longer than
+// a read (which only a caller's own text has) are not kept.
+class KeywordMemo {
+public:
+    std::mutex lock;
+
+    // With `lock` held.
+    uint64_t Of(std::string_view line) {
+        if (line.size() >= USBInfoReader::lineBufferSize) return Keywords().In(line);
+        Known& slot = known[std::hash<std::string_view>()(line) & (known.size() - 1)];
+        if (slot.used && slot.line == line) return slot.keywords;
+        slot.line.assign(line.data(), line.size());
+        slot.keywords = Keywords().In(line);
+        slot.used = true;
+        return slot.keywords;
+    }
+
+private:
     struct Known {
         std::string line;
         uint64_t keywords = 0;
         bool used = false;
     };
-    static thread_local std::array<Known, 1024> known;
-    Known& slot = known[std::hash<std::string_view>()(line) & (known.size() - 1)];
-    if (slot.used && slot.line == line) return slot.keywords;
-    slot.line.assign(line.data(), line.size());
-    slot.keywords = Keywords().In(line);
-    slot.used = true;
-    return slot.keywords;
+    std::array<Known, 1024> known;
+};
+
+KeywordMemo& Memo() {
+    static KeywordMemo memo;
+    return memo;
 }
 
 // The lines of `text` as StringTokenizer cuts it at newlines (two newlines in
@@ -97,11 +111,13 @@ struct CutLines {
         // Lines of lsusb text are some twenty characters long.
         lines.reserve(text.size() / 16 + 1);
         keywords.reserve(text.size() / 16 + 1);
+        KeywordMemo& memo = Memo();
+        const std::lock_guard<std::mutex> hold(memo.lock);
         for (size_t at = 0; at < text.size();) {
             const size_t newline = text.find('\n', at);
             const size_t end = newline == std::string::npos ? text.size() : newline;
             lines.emplace_back(text.data() + at, end - at);
-            keywords.push_back(KeywordsOf(lines.back()));
+            keywords.push_back(memo.Of(lines.back()));
             at = end + 1;
         }
     }

@@ -134,3 +134,58 @@ TEST_F(LsusbRoadTest, StoredFormsHoldTheStringsOnly) {
     EXPECT_TRUE(twinDevice.deviceInfo == device.deviceInfo && twinDevice.devicesNode == nullptr);
     EXPECT_STREQ(twinDevice.GetClassName(), "usbDevice");
 }
+
+// The trace of the cut: each reformatted line, "reformat" and the line again, appended, with the read that meets
+// the end reformatting what strtok left of the last line. The same bytes whether the road holds the file open for
+// the whole text or each line opens it; a trace that cannot be written changes no block.
+TEST_F(LsusbRoadTest, TheTraceHasItsBytesHeldOrNotAndIsNoPartOfTheResult) {
+    const std::string text = "Bus 001 Device 002: ID 1:2\n  Device Status:   1\n  Self  Powered\n";
+    const std::string block = "Bus 001 Device 002: ID 1:2\n Device Status: 1\n ";
+    const std::string trace = "Bus 001 Device 002: ID 1:2\n reformat Bus 001 Device 002: ID 1:2\n \n"
+                              "Device Status: 1\n reformat Device Status: 1\n \n"
+                              "Self Powered\n reformat Self Powered\n \nSelf reformat Self \n";
+    const auto cut = [](const std::string& raw) {
+        LiteralReader reader(raw);
+        return getVecDeviceInfo(reader);
+    };
+    work.Write("bang1.txt", "earlier\n");
+    EXPECT_EQ(cut(text), std::vector<std::string>{block});
+    EXPECT_EQ(work.Read("bang1.txt"), "earlier\n" + trace);
+
+    // Line by line without a hold, and a hold around the road's own.
+    std::filesystem::remove(work.Path("bang1.txt"));
+    USBInfoReader reader;
+    char line[USBInfoReader::lineBufferSize] = "  Self  Powered\n";
+    EXPECT_EQ(reader.reformatLine(line), "Self Powered\n ");
+    EXPECT_STREQ(line, "  Self") << "cut as strtok cuts";
+    EXPECT_EQ(reader.reformatLine(line), "Self ");
+    EXPECT_EQ(work.Read("bang1.txt"), "Self Powered\n reformat Self Powered\n \nSelf reformat Self \n");
+    std::filesystem::remove(work.Path("bang1.txt"));
+    LiteralReader literal(text);
+    {
+        const USBInfoReader::TraceHold outer(literal);
+        EXPECT_EQ(getVecDeviceInfo(literal), std::vector<std::string>{block});
+    }
+    EXPECT_EQ(work.Read("bang1.txt"), trace);
+
+    // A trace of many writes keeps its order; one that cannot be opened leaves the blocks as they are.
+    std::string many, expected;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string first = "Bus 1 Device " + std::to_string(i) + ": ID 1:1";
+        many += first + "\nDevice Status: 0\n";
+        for (const std::string& reformatted : {first + "\n ", std::string("Device Status: 0\n ")})
+            expected += reformatted + "reformat " + reformatted + "\n";
+    }
+    expected += "Device reformat Device \n";
+    std::filesystem::remove(work.Path("bang1.txt"));
+    const std::vector<std::string> traced = cut(many);
+    ASSERT_EQ(traced.size(), 3000u);
+    const std::string written = work.Read("bang1.txt");
+    ASSERT_EQ(written.size(), expected.size());
+    const auto differ = std::mismatch(written.begin(), written.end(), expected.begin()).first;
+    EXPECT_TRUE(differ == written.end()) << "first difference at " << differ - written.begin();
+    std::filesystem::remove(work.Path("bang1.txt"));
+    std::filesystem::create_directory(work.Path("bang1.txt"));
+    EXPECT_EQ(cut(many), traced);
+    EXPECT_TRUE(std::filesystem::is_directory(work.Path("bang1.txt")));
+}

@@ -22,7 +22,7 @@ int PortsOf(const USBnode* node) { return std::max(0, std::min<int>(node->maxChi
 
 // The set owns the device from here on; a device whose name is taken goes.
 void Insert(DeviceSet* devices, std::unique_ptr<USBDevice> device) {
-    if (devices->insert(device.get()).second) device.release();
+    if (InsertDevice(*devices, device.get())) device.release();
 }
 
 // Keeps the tree alive while devices are made from it, and frees it at the
@@ -57,6 +57,12 @@ bool IsFirstLineOfDevice(const char* line) {
 }
 
 }  // namespace
+
+bool InsertDevice(DeviceSet& devices, Device* device) {
+    const size_t before = devices.size();
+    devices.insert(devices.end(), device);
+    return devices.size() != before;
+}
 
 void FindUSBControllers(DeviceSet& devices) {
     USBInfoReader reader;
@@ -159,7 +165,8 @@ int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
     blocks = getVecDeviceInfo(reader);
     RunTool({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit, ToolOutput::discard);
     // The device of each block: the one place where this road makes devices.
-    for (const std::string& block : blocks) AddLsusbDevice(devices, block);
+    // Each takes its block over, so the text is not held twice.
+    for (std::string& block : blocks) AddLsusbDevice(devices, std::move(block));
     return 0;
 }
 
@@ -181,6 +188,8 @@ int getNumberOfUSBDevices(USBInfoReader& reader) {
 
 std::vector<std::string> getVecDeviceInfo(USBInfoReader& reader) {
     if (!reader.open()) throw TvkError("Error Creating File", "", "");
+    // One open of the trace for the whole text rather than one a line.
+    const USBInfoReader::TraceHold trace(reader);
     char buffer[USBInfoReader::lineBufferSize];
     std::memset(buffer, 0, sizeof buffer);
     std::vector<std::string> blocks;
@@ -193,6 +202,7 @@ std::vector<std::string> getVecDeviceInfo(USBInfoReader& reader) {
         if (IsFirstLineOfDevice(line.c_str())) recording = true;
         if (recording) block += line;
         if (line.find(lsusbKeywords[kwDeviceStatus]) != std::string::npos) {
+            // A copy of its own size; the block keeps its room for the next.
             blocks.push_back(block);
             recording = false;
             block.clear();

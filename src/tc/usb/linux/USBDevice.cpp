@@ -27,7 +27,8 @@ namespace {
 // (xafTechnical) is marked with this value.
 const int technicalPropertyFlags = 1;
 
-std::string Number(int value) { return strprintf("%d", value); }
+// Decimal, as "%d" writes it; without a format to read for every device.
+std::string Number(int value) { return std::to_string(value); }
 
 // The version text of a controller's ports, by its VersionNumber.
 std::string VersionText(int versionNumber) {
@@ -164,7 +165,7 @@ void USBDevice::id_field(XmlObject& xml) {
         xml.AddProperty(usbxml::HubNumber, Translate("Hub Number"), Number(fieldHubCounter), 0);
     else
         xml.AddProperty(usbxml::portNum,
-                        strprintf("%s %d %s", Translate("Hub Number").c_str(), fieldHubCounter, usbxml::portNum),
+                        Translate("Hub Number") + " " + Number(fieldHubCounter) + " " + usbxml::portNum,
                         node->portNumber + 1, 0);
     if (node->maxChildren > 0)
         xml.AddProperty(usbxml::PortTotal, Translate("Total Number of Ports"), node->maxChildren,

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -17,6 +18,35 @@ const char* const lsusbDevicesFile = "devices";
 namespace {
 const char* const reformatTraceFile = "bang1.txt";
 const char* const releaseFile = "/etc/SuSE-release";
+// A held trace is written out in pieces of about this size.
+const size_t traceWriteSize = 64 * 1024;
+
+// What one reformatted line adds to the trace: each token and a blank (the
+// line itself), then "reformat", a blank, the line and a newline.
+void AppendTrace(std::string& trace, const std::string& line) {
+    static const char middle[] = "reformat ";
+    const size_t at = trace.size(), middleSize = sizeof middle - 1;
+    trace.resize(at + 2 * line.size() + middleSize + 1);
+    char* out = &trace[at];
+    std::memcpy(out, line.data(), line.size());
+    std::memcpy(out += line.size(), middle, middleSize);
+    std::memcpy(out += middleSize, line.data(), line.size());
+    out[line.size()] = '\n';
+}
+
+// Errors end the write; the trace is no part of the result.
+void WriteAll(int fd, const std::string& bytes) {
+    size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+        if (n > 0)
+            done += static_cast<size_t>(n);
+        else if (n < 0 && errno == EINTR)
+            continue;
+        else
+            return;
+    }
+}
 }  // namespace
 
 USBInfoReader::USBInfoReader() : file(nullptr), devicesFile(nullptr) {}
@@ -34,11 +64,43 @@ bool USBInfoReader::open() {
 void USBInfoReader::close() {
     if (file) std::fclose(file);
     file = nullptr;
+    readStart = readEnd = 0;
+    endSeen = false;
 }
 
+// As fgets with lineBufferSize would: up to a newline, a full buffer or the
+// end of the text, which only a read that runs into it sees. The text is
+// read in large pieces and the lines cut from them: a large machine's lsusb
+// text has hundreds of thousands of lines, and a stream call for each costs
+// more than the line.
 char* USBInfoReader::readLine(char* buffer) {
     if (!file) return nullptr;
-    return std::fgets(buffer, lineBufferSize, file);
+    if (!readBuffer) readBuffer.reset(new char[readBufferSize]);
+    const size_t room = lineBufferSize - 1;
+    size_t copied = 0;
+    while (copied < room) {
+        if (readStart == readEnd) {
+            readStart = 0;
+            readEnd = std::fread(readBuffer.get(), 1, readBufferSize, file);
+            if (readEnd == 0) {
+                endSeen = std::feof(file) != 0;
+                // A failed read gives no line, as fgets gives none.
+                if (std::ferror(file)) return nullptr;
+                break;
+            }
+        }
+        const char* from = readBuffer.get() + readStart;
+        const size_t available = std::min(readEnd - readStart, room - copied);
+        const char* newline = static_cast<const char*>(std::memchr(from, '\n', available));
+        const size_t take = newline ? static_cast<size_t>(newline - from) + 1 : available;
+        std::memcpy(buffer + copied, from, take);
+        copied += take;
+        readStart += take;
+        if (newline) break;
+    }
+    if (copied == 0) return nullptr;
+    buffer[copied] = '\0';
+    return buffer;
 }
 
 void USBInfoReader::mountProcUsb() {
@@ -49,7 +111,7 @@ void USBInfoReader::mountProcUsb() {
 
 bool USBInfoReader::noMoreLines() {
     // Without an open file there is nothing more to read.
-    return !file || std::feof(file) != 0;
+    return !file || endSeen;
 }
 
 bool USBInfoReader::moreLines() { return !noMoreLines(); }
@@ -109,22 +171,63 @@ bool USBInfoReader::setDevicesFile() {
 void USBInfoReader::setMountedDevicesFile() { devicesFile = kernelDevicesFile; }
 
 std::string USBInfoReader::reformatLine(char* buffer) {
-    std::string result;
-    const int traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
-    std::FILE* trace = traceFd >= 0 ? fdopen(traceFd, "a") : nullptr;
-    if (traceFd >= 0 && !trace) ::close(traceFd);
-    // strtok_r: same splitting as strtok, without its hidden global state.
-    char* save = nullptr;
-    for (char* token = strtok_r(buffer, " ", &save); token; token = strtok_r(nullptr, " ", &save)) {
-        if (trace) std::fprintf(trace, "%s ", token);
-        result += token;
-        result += ' ';
+    // Tokens at blanks as strtok finds them, and the buffer cut the same way:
+    // the next read that meets the end of the text sees only the first token.
+    // A line of the usual size is built on the stack, a longer one (from a
+    // caller's own buffer) in a string of its own.
+    const size_t length = std::strlen(buffer);
+    char local[2 * lineBufferSize];
+    std::string large;
+    char* const begin = length < sizeof local ? local : (large.resize(length + 1), &large[0]);
+    char* out = begin;
+    for (char* at = buffer;;) {
+        while (*at == ' ') ++at;
+        if (!*at) break;
+        char* const token = at;
+        while (*at && *at != ' ') ++at;
+        std::memcpy(out, token, static_cast<size_t>(at - token));
+        out += at - token;
+        *out++ = ' ';
+        if (!*at) break;
+        *at++ = '\0';
     }
-    if (trace) {
-        std::fprintf(trace, "reformat %s\n", result.c_str());
-        std::fclose(trace);
+    std::string result(begin, static_cast<size_t>(out - begin));
+    if (traceHeld) {
+        if (traceFd >= 0) {
+            AppendTrace(traceBuffer, result);
+            if (traceBuffer.size() >= traceWriteSize) FlushTrace();
+        }
+        return result;
+    }
+    const int fd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    if (fd >= 0) {
+        std::string trace;
+        AppendTrace(trace, result);
+        WriteAll(fd, trace);
+        ::close(fd);
     }
     return result;
+}
+
+void USBInfoReader::FlushTrace() {
+    if (traceFd >= 0) WriteAll(traceFd, traceBuffer);
+    traceBuffer.clear();
+}
+
+USBInfoReader::TraceHold::TraceHold(USBInfoReader& reader) : reader(reader), owner(!reader.traceHeld) {
+    if (!owner) return;
+    reader.traceHeld = true;
+    reader.traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    reader.traceBuffer.reserve(traceWriteSize + 2 * lineBufferSize + 16);
+}
+
+USBInfoReader::TraceHold::~TraceHold() {
+    if (!owner) return;
+    reader.FlushTrace();
+    if (reader.traceFd >= 0) ::close(reader.traceFd);
+    reader.traceFd = -1;
+    reader.traceHeld = false;
+    std::string().swap(reader.traceBuffer);
 }
 
 std::string USBInfoReader::extractMoreIn(std::string text) {

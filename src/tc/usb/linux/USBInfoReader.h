@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <list>
+#include <memory>
 #include <string>
 
 class USBInfoReader {
@@ -25,8 +26,9 @@ public:
     // Opens devicesFile for reading; may be repeated to read from the start.
     virtual bool open();
     virtual void close();
-    // fgets into `buffer` (at least lineBufferSize bytes): a longer line comes
-    // in several pieces and only the last ends in a newline. Null at the end.
+    // As fgets into `buffer` (at least lineBufferSize bytes): a longer line
+    // comes in several pieces and only the last ends in a newline. Null at
+    // the end.
     virtual char* readLine(char* buffer);
     // Tries to mount usbfs on /proc/bus/usb; results are ignored.
     virtual void mountProcUsb();
@@ -46,8 +48,26 @@ public:
     virtual bool setDevicesFile();
     virtual bool moreLines();
     // Blanks squeezed to single ones, leading blanks gone, a blank behind the
-    // last token; every call leaves a trace in "bang1.txt".
+    // last token; every call leaves a trace in "bang1.txt". The buffer is cut
+    // as strtok cuts it: the blank behind each token but the last becomes the
+    // end of the string.
     virtual std::string reformatLine(char* buffer);
+
+    // While a hold lives, reformatLine keeps "bang1.txt" open and writes the
+    // trace in large pieces instead of opening the file for every line; the
+    // bytes and their order are the same. A hold inside a hold does nothing.
+    class TraceHold {
+    public:
+        explicit TraceHold(USBInfoReader& reader);
+        // Writes out what waits and closes the file.
+        ~TraceHold();
+        TraceHold(const TraceHold&) = delete;
+        TraceHold& operator=(const TraceHold&) = delete;
+
+    private:
+        USBInfoReader& reader;
+        bool owner;
+    };
 
     // Points the reader at the kernel's devices file without any test.
     void setMountedDevicesFile();
@@ -67,8 +87,23 @@ protected:
     const char* devicesFile;
 
 private:
+    void FlushTrace();
+
+    static const size_t readBufferSize = 64 * 1024;
+
     // Backing store for a path the reader made itself.
     std::string ownPath;
+    // What was read from the stream and not yet handed out, and whether a
+    // read has run into the end of the text.
+    std::unique_ptr<char[]> readBuffer;
+    size_t readStart = 0;
+    size_t readEnd = 0;
+    bool endSeen = false;
+    // The trace while a hold lives: its descriptor (-1 when it could not be
+    // opened) and the bytes that wait to be written.
+    bool traceHeld = false;
+    int traceFd = -1;
+    std::string traceBuffer;
 };
 
 // Fixed names of the sources.

@@ -11,6 +11,7 @@
 #include "common/xmldef.h"
 #include "tc/usb/linux/ExternalTool.h"
 #include "tc/usb/linux/FileCompare.h"
+#include "tc/usb/linux/TestElement.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/UsbMount.h"
 #include "tc/usb/linux/usbxml.h"
@@ -51,12 +52,7 @@ void UsbPortTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) { 
 
 void UsbPortTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
-std::string UsbPortTest::GetXmlString() const {
-    XmlObject element(Test::GetXmlString());
-    if (XmlObject* retries = element.FindFirstMatch(xmldef::parameter, "@name='retries'"))
-        retries->SetAttribute(xmldef::defaultValue, "0");
-    return element.GetXmlString();
-}
+std::string UsbPortTest::GetXmlString() const { return WithRetriesDefaultZero(Test::GetXmlString()); }
 
 void UsbPortTest::SetParameters() {
     numUSBdrives.Set(usbxml::numUSBdrives, "Expected number of USB drives to test",

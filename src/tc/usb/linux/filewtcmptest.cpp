@@ -12,6 +12,7 @@
 #include "tc/usb/linux/DriveCycle.h"
 #include "tc/usb/linux/FileCompare.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
+#include "tc/usb/linux/TestElement.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBInfoReader.h"
 #include "tc/usb/linux/USBtree.h"
@@ -70,12 +71,7 @@ void FileWriteCompareTest::ReadAndWrite(ptstream& stream, direction dir, unsigne
 
 void FileWriteCompareTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
-std::string FileWriteCompareTest::GetXmlString() const {
-    XmlObject element(Test::GetXmlString());
-    if (XmlObject* retries = element.FindFirstMatch(xmldef::parameter, "@name='retries'"))
-        retries->SetAttribute(xmldef::defaultValue, "0");
-    return element.GetXmlString();
-}
+std::string FileWriteCompareTest::GetXmlString() const { return WithRetriesDefaultZero(Test::GetXmlString()); }
 
 void FileWriteCompareTest::SetParameters() {
     numUSBdrives.Set(usbxml::numUSBdrives, "Expected number of USB drives to test",

@@ -53,7 +53,7 @@ std::string NameOf(const std::string& stringValue, const std::string& idValue, c
 
 newUSBDevice::newUSBDevice() = default;
 
-newUSBDevice::newUSBDevice(const std::string& text) : Device(usbxml::usbDevice, true), deviceInfo(text) {}
+newUSBDevice::newUSBDevice(std::string text) : Device(usbxml::usbDevice, true), deviceInfo(std::move(text)) {}
 
 newUSBDevice::newUSBDevice(const newUSBDevice& other) : Device(other), deviceInfo(other.deviceInfo) {}
 

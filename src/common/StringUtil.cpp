@@ -1,5 +1,6 @@
 #include "common/StringUtil.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdarg>
 #include <cstdio>
@@ -51,8 +52,16 @@ int compare_nocase(const std::string& a, const std::string& b, std::string::size
 static bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 int strnumcmp(const std::string& a, const std::string& b) {
-    std::string::size_type i = 0, j = 0;
     const std::string::size_type na = a.size(), nb = b.size();
+    // Names of one kind share a long prefix ("usbDevice"). Equal characters
+    // compare equal either way, so the walk may start where the texts first
+    // differ, moved back to the start of the digit run it falls in: a run is
+    // compared whole, by value.
+    std::string::size_type start = 0;
+    const std::string::size_type shorter = std::min(na, nb);
+    while (start < shorter && a[start] == b[start]) ++start;
+    while (start > 0 && isDigit(a[start - 1])) --start;
+    std::string::size_type i = start, j = start;
     while (i < na && j < nb) {
         if (isDigit(a[i]) && isDigit(b[j])) {
             // Compare the two digit runs by value: skip leading zeros, then

@@ -451,6 +451,13 @@ XmlTextWriter& XmlTextWriter::Text(const std::string& value) {
     return *this;
 }
 
+void AppendWrittenElement(std::string& out, const std::string& element) {
+    if (element.find('\r') == std::string::npos)
+        out += element;
+    else
+        out += XmlObject(element).GetXmlString();
+}
+
 std::string XmlFormatNumber(long long number, int base) {
     if (base == 10 || base < 2 || base > 36) return std::to_string(number);
     return XmlFormatNumber(static_cast<unsigned long long>(number), base);

@@ -82,6 +82,12 @@ private:
     std::vector<std::pair<std::string, std::string>> attributes;
 };
 
+// Appends `element`, the text of one element as GetXmlString writes it, in
+// the form it takes as a child of another element's GetXmlString. That is
+// the text itself, unless it holds a carriage return, which a parse turns
+// into a line feed in element text; then it takes that road.
+void AppendWrittenElement(std::string& out, const std::string& element);
+
 std::string XmlFormatNumber(long long number, int base);
 std::string XmlFormatNumber(unsigned long long number, int base);
 

@@ -1,5 +1,8 @@
 #include "tc/frame/USBTestComponent.h"
 
+#include <cstring>
+#include <vector>
+
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
@@ -37,20 +40,30 @@ std::string USBTestComponent::ExecuteXMLCommand(const std::string& xml) {
     return TestComponent::ExecuteXMLCommand(xml);
 }
 
+// The answer's element with each device's element written once, straight
+// into it, as if each had been added as a child.
+static std::string Answer(const char* name, const std::vector<std::string>& devices) {
+    if (devices.empty()) return std::string("<") + name + "/>";
+    size_t size = 2 * std::strlen(name) + 5;
+    for (const std::string& device : devices) size += device.size();
+    std::string answer;
+    answer.reserve(size);
+    answer.append("<").append(name).append(">");
+    for (const std::string& device : devices) AppendWrittenElement(answer, device);
+    return answer.append("</").append(name).append(">");
+}
+
 std::string USBTestComponent::Catalog() {
-    XmlObject result;
-    result.name = xmldef::catResult;
     // A template: no node, no discovery. The dispatcher has set
     // buildingCatalog, so the name gets no number.
     USBDevice templateDevice(usbxml::usbDevice, nullptr, false);
-    result.AddObject(XmlObject(templateDevice.ID(true)));
-    return result.GetXmlString();
+    return Answer(xmldef::catResult, {templateDevice.ID(true)});
 }
 
 std::string USBTestComponent::ID() {
     FindUSBControllers(devices);
-    XmlObject result;
-    result.name = xmldef::idResult;
-    for (Device* device : devices) result.AddObject(XmlObject(device->ID(false)));
-    return result.GetXmlString();
+    std::vector<std::string> elements;
+    elements.reserve(devices.size());
+    for (Device* device : devices) elements.push_back(device->ID(false));
+    return Answer(xmldef::idResult, elements);
 }

@@ -135,7 +135,9 @@ void Device::AddTest(Test* test) {
 
 void Device::AddTestAndId(Test* test, XmlObject& xml) {
     AddTest(test);
-    if (test) xml.children.push_back(XmlObject(test->GetXmlString()));
+    // The element itself rather than its text parsed again: a test's text
+    // is its catalogue element written.
+    if (test) xml.children.push_back(test->CatalogElement());
 }
 
 void Device::AddDiagnosis(Diagnosis* diagnosis) {

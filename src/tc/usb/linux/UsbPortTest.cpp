@@ -11,7 +11,6 @@
 #include "common/xmldef.h"
 #include "tc/usb/linux/ExternalTool.h"
 #include "tc/usb/linux/FileCompare.h"
-#include "tc/usb/linux/TestElement.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/UsbMount.h"
 #include "tc/usb/linux/usbxml.h"
@@ -52,7 +51,7 @@ void UsbPortTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) { 
 
 void UsbPortTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
-std::string UsbPortTest::GetXmlString() const { return WithRetriesDefaultZero(Test::GetXmlString()); }
+int UsbPortTest::OfferedRetries() const { return 0; }
 
 void UsbPortTest::SetParameters() {
     numUSBdrives.Set(usbxml::numUSBdrives, "Expected number of USB drives to test",

@@ -37,7 +37,8 @@ public:
     Persistent* CreateCopy() const override { return new UsbPortTest(*this); }
 
     // The base's element with a retries default of 0.
-    std::string GetXmlString() const override;
+    // The catalogue offers no retries for a test that writes drives.
+    int OfferedRetries() const override;
     void SetParameters() override;
     bool DoRun(const XmlObject& command) override;
 

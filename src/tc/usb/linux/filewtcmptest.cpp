@@ -12,7 +12,6 @@
 #include "tc/usb/linux/DriveCycle.h"
 #include "tc/usb/linux/FileCompare.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
-#include "tc/usb/linux/TestElement.h"
 #include "tc/usb/linux/USBDevice.h"
 #include "tc/usb/linux/USBInfoReader.h"
 #include "tc/usb/linux/USBtree.h"
@@ -71,7 +70,7 @@ void FileWriteCompareTest::ReadAndWrite(ptstream& stream, direction dir, unsigne
 
 void FileWriteCompareTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
-std::string FileWriteCompareTest::GetXmlString() const { return WithRetriesDefaultZero(Test::GetXmlString()); }
+int FileWriteCompareTest::OfferedRetries() const { return 0; }
 
 void FileWriteCompareTest::SetParameters() {
     numUSBdrives.Set(usbxml::numUSBdrives, "Expected number of USB drives to test",

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -59,6 +60,11 @@ int strnumcmp(const std::string& a, const std::string& b) {
     // compared whole, by value.
     std::string::size_type start = 0;
     const std::string::size_type shorter = std::min(na, nb);
+    for (uint64_t x = 0, y = 0; start + sizeof x <= shorter; start += sizeof x) {
+        std::memcpy(&x, a.data() + start, sizeof x);
+        std::memcpy(&y, b.data() + start, sizeof y);
+        if (x != y) break;
+    }
     while (start < shorter && a[start] == b[start]) ++start;
     while (start > 0 && isDigit(a[start - 1])) --start;
     std::string::size_type i = start, j = start;

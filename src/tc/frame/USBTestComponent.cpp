@@ -1,7 +1,6 @@
 #include "tc/frame/USBTestComponent.h"
 
 #include <cstring>
-#include <vector>
 
 #include "common/Translate.h"
 #include "common/TvkError.h"
@@ -41,29 +40,42 @@ std::string USBTestComponent::ExecuteXMLCommand(const std::string& xml) {
 }
 
 // The answer's element with each device's element written once, straight
-// into it, as if each had been added as a child.
-static std::string Answer(const char* name, const std::vector<std::string>& devices) {
-    if (devices.empty()) return std::string("<") + name + "/>";
-    size_t size = 2 * std::strlen(name) + 5;
-    for (const std::string& device : devices) size += device.size();
-    std::string answer;
-    answer.reserve(size);
-    answer.append("<").append(name).append(">");
-    for (const std::string& device : devices) AppendWrittenElement(answer, device);
-    return answer.append("</").append(name).append(">");
-}
+// into it, as if each had been added as a child. Room is made once and
+// generously: pages of it that are never written cost no memory, while
+// growing the answer would copy it and, for a moment, hold it twice.
+class Answer {
+public:
+    Answer(const char* name, size_t devices) : name(name) {
+        text.reserve(2 * std::strlen(name) + 5 + devices * 1024);
+        text.append("<").append(name).append(">");
+    }
+    void Add(const std::string& device) {
+        AppendWrittenElement(text, device);
+        empty = false;
+    }
+    std::string Finish() {
+        if (empty) return std::string("<") + name + "/>";
+        return std::move(text.append("</").append(name).append(">"));
+    }
+
+private:
+    const char* name;
+    std::string text;
+    bool empty = true;
+};
 
 std::string USBTestComponent::Catalog() {
     // A template: no node, no discovery. The dispatcher has set
     // buildingCatalog, so the name gets no number.
     USBDevice templateDevice(usbxml::usbDevice, nullptr, false);
-    return Answer(xmldef::catResult, {templateDevice.ID(true)});
+    Answer answer(xmldef::catResult, 1);
+    answer.Add(templateDevice.ID(true));
+    return answer.Finish();
 }
 
 std::string USBTestComponent::ID() {
     FindUSBControllers(devices);
-    std::vector<std::string> elements;
-    elements.reserve(devices.size());
-    for (Device* device : devices) elements.push_back(device->ID(false));
-    return Answer(xmldef::idResult, elements);
+    Answer answer(xmldef::idResult, devices.size());
+    for (Device* device : devices) answer.Add(device->ID(false));
+    return answer.Finish();
 }

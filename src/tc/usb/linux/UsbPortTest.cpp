@@ -170,10 +170,15 @@ bool UsbPortTest::isUSBFlashDrive(std::string device) {
     }
     const std::string text = ReadWholeFd(fd);
     close(fd);
+    if (IsDiskInquiry(text)) return true;
+    unlink(toolOutputFile);
+    return false;
+}
+
+bool UsbPortTest::IsDiskInquiry(const std::string& text) {
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);)
         if (line.find("Device_type=0") != std::string::npos) return true;
-    unlink(toolOutputFile);
     return false;
 }
 

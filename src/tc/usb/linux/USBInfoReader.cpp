@@ -23,15 +23,31 @@ const size_t traceWriteSize = 64 * 1024;
 
 // What one reformatted line adds to the trace: each token and a blank (the
 // line itself), then "reformat", a blank, the line and a newline.
-void AppendTrace(std::string& trace, const std::string& line) {
+void AppendTrace(std::string& trace, const char* line, size_t size) {
     static const char middle[] = "reformat ";
     const size_t at = trace.size(), middleSize = sizeof middle - 1;
-    trace.resize(at + 2 * line.size() + middleSize + 1);
+    trace.resize(at + 2 * size + middleSize + 1);
     char* out = &trace[at];
-    std::memcpy(out, line.data(), line.size());
-    std::memcpy(out += line.size(), middle, middleSize);
-    std::memcpy(out += middleSize, line.data(), line.size());
-    out[line.size()] = '\n';
+    std::memcpy(out, line, size);
+    std::memcpy(out += size, middle, middleSize);
+    std::memcpy(out += middleSize, line, size);
+    out[size] = '\n';
+}
+
+// The tokens of `buffer` (at blanks, as strtok finds them), each with one
+// blank behind it, written to `out` (room for strlen(buffer) + 1); the
+// buffer is cut as strtok cuts it. Gives the length written.
+size_t Reformat(char* buffer, char* out) {
+    char* const begin = out;
+    for (char* at = buffer;;) {
+        while (*at == ' ') ++at;
+        if (!*at) break;
+        while (*at && *at != ' ') *out++ = *at++;
+        *out++ = ' ';
+        if (!*at) break;
+        *at++ = '\0';
+    }
+    return static_cast<size_t>(out - begin);
 }
 
 // Errors end the write; the trace is no part of the result.
@@ -171,42 +187,35 @@ bool USBInfoReader::setDevicesFile() {
 void USBInfoReader::setMountedDevicesFile() { devicesFile = kernelDevicesFile; }
 
 std::string USBInfoReader::reformatLine(char* buffer) {
-    // Tokens at blanks as strtok finds them, and the buffer cut the same way:
-    // the next read that meets the end of the text sees only the first token.
+    std::string line;
+    reformatLineInto(buffer, line);
+    return line;
+}
+
+size_t USBInfoReader::reformatLineInto(char* buffer, std::string& out) {
     // A line of the usual size is built on the stack, a longer one (from a
     // caller's own buffer) in a string of its own.
     const size_t length = std::strlen(buffer);
     char local[2 * lineBufferSize];
     std::string large;
     char* const begin = length < sizeof local ? local : (large.resize(length + 1), &large[0]);
-    char* out = begin;
-    for (char* at = buffer;;) {
-        while (*at == ' ') ++at;
-        if (!*at) break;
-        char* const token = at;
-        while (*at && *at != ' ') ++at;
-        std::memcpy(out, token, static_cast<size_t>(at - token));
-        out += at - token;
-        *out++ = ' ';
-        if (!*at) break;
-        *at++ = '\0';
-    }
-    std::string result(begin, static_cast<size_t>(out - begin));
+    const size_t size = Reformat(buffer, begin);
+    out.append(begin, size);
     if (traceHeld) {
-        if (traceFd >= 0) {
-            AppendTrace(traceBuffer, result);
-            if (traceBuffer.size() >= traceWriteSize) FlushTrace();
+        if (traceFd >= 0 || traceDeferred) {
+            AppendTrace(traceBuffer, begin, size);
+            if (traceFd >= 0 && traceBuffer.size() >= traceWriteSize) FlushTrace();
         }
-        return result;
+        return size;
     }
     const int fd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
     if (fd >= 0) {
         std::string trace;
-        AppendTrace(trace, result);
+        AppendTrace(trace, begin, size);
         WriteAll(fd, trace);
         ::close(fd);
     }
-    return result;
+    return size;
 }
 
 void USBInfoReader::FlushTrace() {
@@ -214,19 +223,34 @@ void USBInfoReader::FlushTrace() {
     traceBuffer.clear();
 }
 
-USBInfoReader::TraceHold::TraceHold(USBInfoReader& reader) : reader(reader), owner(!reader.traceHeld) {
+USBInfoReader::TraceHold::TraceHold(USBInfoReader& reader, bool openNow)
+    : reader(reader), owner(!reader.traceHeld), pending(owner) {
     if (!owner) return;
     reader.traceHeld = true;
-    reader.traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    reader.traceDeferred = true;
     reader.traceBuffer.reserve(traceWriteSize + 2 * lineBufferSize + 16);
+    if (openNow) Open();
+}
+
+void USBInfoReader::TraceHold::Open() {
+    if (!pending) return;
+    pending = false;
+    reader.traceDeferred = false;
+    reader.traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    if (reader.traceFd < 0)
+        reader.traceBuffer.clear();
+    else if (reader.traceBuffer.size() >= traceWriteSize)
+        reader.FlushTrace();
 }
 
 USBInfoReader::TraceHold::~TraceHold() {
     if (!owner) return;
-    reader.FlushTrace();
+    // What waits for a file never opened is dropped.
+    if (!reader.traceDeferred) reader.FlushTrace();
     if (reader.traceFd >= 0) ::close(reader.traceFd);
     reader.traceFd = -1;
     reader.traceHeld = false;
+    reader.traceDeferred = false;
     std::string().swap(reader.traceBuffer);
 }
 

@@ -1,4 +1,6 @@
 // lsusb discovery (counting, cutting, failures) and the records' ownership, stored forms and copies.
+#include <random>
+
 #include "common/TvkError.h"
 #include "usb/UsbTestSupport.h"
 
@@ -190,4 +192,21 @@ TEST_F(LsusbRoadTest, TheTraceHasItsBytesHeldOrNotAndIsNoPartOfTheResult) {
     std::filesystem::create_directory(work.Path("bang1.txt"));
     EXPECT_EQ(cut(many), traced);
     EXPECT_TRUE(std::filesystem::is_directory(work.Path("bang1.txt")));
+}
+
+// Lines of every shape (blank runs of any length, more than a read's buffer) reformat as strtok would cut them.
+TEST_F(LsusbRoadTest, LinesAreReformattedAndCutAsStrtokCutsThem) {
+    std::mt19937 random(16);
+    USBInfoReader reader;
+    const USBInfoReader::TraceHold hold(reader);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text(random() % 300, ' ');
+        for (char& c : text) c = " a\tb\n\xa1"[random() % (round % 2 ? 2 : 6)];
+        std::string ours = text, strtokCopy = text;
+        std::string want;
+        for (char* token = std::strtok(&strtokCopy[0], " "); token; token = std::strtok(nullptr, " "))
+            want += std::string(token) + " ";
+        ASSERT_EQ(reader.reformatLine(&ours[0]), want) << "[" << text << "]";
+        ASSERT_EQ(ours, strtokCopy) << "cut as strtok cuts: [" << text << "]";
+    }
 }

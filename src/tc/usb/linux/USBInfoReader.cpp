@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 
@@ -22,39 +23,70 @@ const char* const releaseFile = "/etc/SuSE-release";
 const size_t traceWriteSize = 64 * 1024;
 
 // What one reformatted line adds to the trace: each token and a blank (the
-// line itself), then "reformat", a blank, the line and a newline.
-void AppendTrace(std::string& trace, const char* line, size_t size) {
+// line itself), then "reformat", a blank, the line and a newline. `entry`
+// holds the line; the rest is written behind it. Gives the entry's length.
+size_t CompleteTraceEntry(char* entry, size_t lineSize) {
     static const char middle[] = "reformat ";
-    const size_t at = trace.size(), middleSize = sizeof middle - 1;
-    trace.resize(at + 2 * size + middleSize + 1);
-    char* out = &trace[at];
-    std::memcpy(out, line, size);
-    std::memcpy(out += size, middle, middleSize);
-    std::memcpy(out += middleSize, line, size);
-    out[size] = '\n';
+    const size_t middleSize = sizeof middle - 1;
+    std::memcpy(entry + lineSize, middle, middleSize);
+    std::memcpy(entry + lineSize + middleSize, entry, lineSize);
+    entry[2 * lineSize + middleSize] = '\n';
+    return 2 * lineSize + middleSize + 1;
 }
 
-// The tokens of `buffer` (at blanks, as strtok finds them), each with one
-// blank behind it, written to `out` (room for strlen(buffer) + 1); the
-// buffer is cut as strtok cuts it. Gives the length written.
-size_t Reformat(char* buffer, char* out) {
+// Room that CompleteTraceEntry needs for a line reformatted from `length`
+// characters (at most length + 1).
+size_t TraceEntryRoom(size_t length) { return 2 * (length + 1) + 16; }
+
+// Where in `word` (eight bytes as loaded, the first lowest) the first blank
+// (`blank` true) or the first byte that is not one stands; 8 for none.
+int FirstInWord(uint64_t word, bool blank) {
+    const uint64_t ones = 0x0101010101010101ULL, blanks = 0x2020202020202020ULL, highs = 0x8080808080808080ULL;
+    const uint64_t x = word ^ blanks;  // a zero byte where a blank stands
+    const uint64_t marks = blank ? (x - ones) & ~x & highs : x;
+    return marks ? __builtin_ctzll(marks) / 8 : 8;
+}
+
+// From `at`, the first place in buffer[0, length) that is (`blank` true) or
+// is not a blank; `length` when there is none. Eight bytes at a time where
+// eight remain.
+size_t Scan(const char* buffer, size_t at, size_t length, bool blank) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    for (; at + 8 <= length; at += 8) {
+        uint64_t word;
+        std::memcpy(&word, buffer + at, 8);
+        const int found = FirstInWord(word, blank);
+        if (found < 8) return at + static_cast<size_t>(found);
+    }
+#endif
+    while (at < length && (buffer[at] == ' ') != blank) ++at;
+    return at;
+}
+
+// The tokens of buffer[0, length) (at blanks, as strtok finds them; the
+// buffer has no terminator before `length`), each with one blank behind it,
+// written to `out` (room for length + 1); the buffer is cut as strtok cuts
+// it. Gives the length written.
+size_t Reformat(char* buffer, size_t length, char* out) {
     char* const begin = out;
-    for (char* at = buffer;;) {
-        while (*at == ' ') ++at;
-        if (!*at) break;
-        while (*at && *at != ' ') *out++ = *at++;
+    for (size_t at = 0;;) {
+        const size_t start = Scan(buffer, at, length, false);
+        if (start == length) break;
+        at = Scan(buffer, start, length, true);
+        std::memcpy(out, buffer + start, at - start);
+        out += at - start;
         *out++ = ' ';
-        if (!*at) break;
-        *at++ = '\0';
+        if (at == length) break;
+        buffer[at++] = '\0';
     }
     return static_cast<size_t>(out - begin);
 }
 
 // Errors end the write; the trace is no part of the result.
-void WriteAll(int fd, const std::string& bytes) {
+void WriteAll(int fd, const char* bytes, size_t size) {
     size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    while (done < size) {
+        const ssize_t n = ::write(fd, bytes + done, size - done);
         if (n > 0)
             done += static_cast<size_t>(n);
         else if (n < 0 && errno == EINTR)
@@ -193,33 +225,33 @@ std::string USBInfoReader::reformatLine(char* buffer) {
 }
 
 size_t USBInfoReader::reformatLineInto(char* buffer, std::string& out) {
-    // A line of the usual size is built on the stack, a longer one (from a
-    // caller's own buffer) in a string of its own.
+    // The line and its trace entry are built on the stack for a line of the
+    // usual size, in a string of their own for a longer one (from a caller's
+    // own buffer).
     const size_t length = std::strlen(buffer);
-    char local[2 * lineBufferSize];
+    char local[4 * lineBufferSize];
     std::string large;
-    char* const begin = length < sizeof local ? local : (large.resize(length + 1), &large[0]);
-    const size_t size = Reformat(buffer, begin);
-    out.append(begin, size);
+    const size_t room = TraceEntryRoom(length);
+    char* const entry = room <= sizeof local ? local : (large.resize(room), &large[0]);
+    const size_t size = Reformat(buffer, length, entry);
+    out.append(entry, size);
     if (traceHeld) {
         if (traceFd >= 0 || traceDeferred) {
-            AppendTrace(traceBuffer, begin, size);
+            traceBuffer.append(entry, CompleteTraceEntry(entry, size));
             if (traceFd >= 0 && traceBuffer.size() >= traceWriteSize) FlushTrace();
         }
         return size;
     }
     const int fd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
     if (fd >= 0) {
-        std::string trace;
-        AppendTrace(trace, begin, size);
-        WriteAll(fd, trace);
+        WriteAll(fd, entry, CompleteTraceEntry(entry, size));
         ::close(fd);
     }
     return size;
 }
 
 void USBInfoReader::FlushTrace() {
-    if (traceFd >= 0) WriteAll(traceFd, traceBuffer);
+    if (traceFd >= 0) WriteAll(traceFd, traceBuffer.data(), traceBuffer.size());
     traceBuffer.clear();
 }
 

@@ -81,7 +81,7 @@ public:
     // With `lock` held.
     uint64_t Of(std::string_view line) {
         if (line.size() >= USBInfoReader::lineBufferSize) return Keywords().In(line);
-        Known& slot = known[std::hash<std::string_view>()(line) & (known.size() - 1)];
+        Known& slot = known[Hash(line) & (known.size() - 1)];
         if (slot.used && slot.line == line) return slot.keywords;
         slot.line.assign(line.data(), line.size());
         slot.keywords = Keywords().In(line);
@@ -90,6 +90,22 @@ public:
     }
 
 private:
+    // Lines that differ differ near their ends (" bLength 18", " bLength 9",
+    // "Port 3: ..."), so their first and last eight bytes and their length
+    // tell them apart well enough for a table that checks the text anyway.
+    static size_t Hash(std::string_view line) {
+        uint64_t head = line.size(), tail = 0;
+        if (line.size() >= 8) {
+            std::memcpy(&head, line.data(), 8);
+            std::memcpy(&tail, line.data() + line.size() - 8, 8);
+        } else {
+            for (const char c : line) tail = tail << 8 | static_cast<unsigned char>(c);
+        }
+        // The high half of a product depends on every bit of its factors.
+        const uint64_t mixed = (head ^ (tail << 29 | tail >> 35) ^ line.size()) * 0x9e3779b97f4a7c15ULL;
+        return static_cast<size_t>(mixed >> 32);
+    }
+
     struct Known {
         std::string line;
         uint64_t keywords = 0;
@@ -113,12 +129,14 @@ struct CutLines {
         keywords.reserve(text.size() / 16 + 1);
         KeywordMemo& memo = Memo();
         const std::lock_guard<std::mutex> hold(memo.lock);
-        for (size_t at = 0; at < text.size();) {
-            const size_t newline = text.find('\n', at);
-            const size_t end = newline == std::string::npos ? text.size() : newline;
-            lines.emplace_back(text.data() + at, end - at);
+        const char* const begin = text.data();
+        const char* const end = begin + text.size();
+        for (const char* at = begin; at < end;) {
+            const char* newline = static_cast<const char*>(std::memchr(at, '\n', static_cast<size_t>(end - at)));
+            if (!newline) newline = end;
+            lines.emplace_back(at, static_cast<size_t>(newline - at));
             keywords.push_back(memo.Of(lines.back()));
-            at = end + 1;
+            at = newline + 1;
         }
     }
     newUSBDevice::Lines All() const { return {lines.data(), lines.data() + lines.size(), keywords.data()}; }

@@ -1,6 +1,7 @@
 // lsusb discovery (counting, cutting, failures) and the records' ownership, stored forms and copies.
 #include <random>
 
+#include "common/StringTokenizer.h"
 #include "common/TvkError.h"
 #include "usb/UsbTestSupport.h"
 
@@ -208,5 +209,31 @@ TEST_F(LsusbRoadTest, LinesAreReformattedAndCutAsStrtokCutsThem) {
             want += std::string(token) + " ";
         ASSERT_EQ(reader.reformatLine(&ours[0]), want) << "[" << text << "]";
         ASSERT_EQ(ours, strtokCopy) << "cut as strtok cuts: [" << text << "]";
+    }
+}
+
+// The words behind a value's number and a hub's port lines are taken as a tokenizer takes them, on texts of every
+// shape (empty, blanks or newlines at either end or in a row).
+TEST(LsusbReader, WordsAndPortLinesAreTakenAsATokenizerTakesThem) {
+    std::mt19937 random(16);
+    const char* const pieces[] = {" ", "\n", "a", "0x05", "Hub Port Status:", "Device Status:", " Port 1: 0000.0100"};
+    for (int round = 0; round < 2000; ++round) {
+        std::string text;
+        for (int n = random() % 8; n > 0; --n) text += pieces[random() % 7];
+        StringTokenizer words(text, " ");
+        std::string more;
+        if (words.HasMoreTokens()) {
+            const std::string first = words.NextToken();
+            more = words.HasMoreTokens() ? words.LeftOverString() : first;
+        }
+        EXPECT_EQ(USBInfoReader::extractMoreIn(text), more) << "[" << text << "]";
+        StringTokenizer lines(text, "\n");
+        std::list<std::string> ports;
+        while (lines.HasMoreTokens()) {
+            const std::string line = lines.NextToken();
+            if (line.find("Hub Port Status:") == std::string::npos && line.find("Device Status:") == std::string::npos)
+                ports.push_back(line);
+        }
+        EXPECT_EQ(USBInfoReader::processHubPorts(text), ports) << "[" << text << "]";
     }
 }

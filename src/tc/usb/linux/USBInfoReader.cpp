@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
-#include "common/StringTokenizer.h"
 #include "platform/SystemHelpers.h"
 #include "tc/usb/linux/ExternalTool.h"
 
@@ -287,11 +287,13 @@ USBInfoReader::TraceHold::~TraceHold() {
 }
 
 std::string USBInfoReader::extractMoreIn(std::string text) {
-    StringTokenizer tokens(text, " ");
-    if (!tokens.HasMoreTokens()) return std::string();
-    std::string first = tokens.NextToken();
-    if (tokens.HasMoreTokens()) return tokens.LeftOverString();
-    return first;
+    // As a tokenizer at blanks: the first word, and what follows its blank
+    // unsplit when anything does.
+    const std::string::size_type blank = text.find(' ');
+    if (blank == std::string::npos) return text;
+    if (blank + 1 < text.size()) return text.substr(blank + 1);
+    text.resize(blank);
+    return text;
 }
 
 std::string USBInfoReader::extractStringIn(std::string line, std::string key) {
@@ -303,12 +305,16 @@ std::string USBInfoReader::extractStringIn(std::string line, std::string key) {
 bool USBInfoReader::isFoundInLine(std::string line, std::string key) { return line.find(key) != std::string::npos; }
 
 std::list<std::string> USBInfoReader::processHubPorts(std::string text) {
+    // Every line, empty ones too, as a tokenizer at newlines cuts them.
     std::list<std::string> lines;
-    StringTokenizer tokens(text, "\n");
-    while (tokens.HasMoreTokens()) {
-        std::string line = tokens.NextToken();
-        if (line.find("Hub Port Status:") == std::string::npos && line.find("Device Status:") == std::string::npos)
-            lines.push_back(line);
+    for (std::string::size_type at = 0; at < text.size();) {
+        std::string::size_type end = text.find('\n', at);
+        if (end == std::string::npos) end = text.size();
+        const std::string_view line(text.data() + at, end - at);
+        if (line.find("Hub Port Status:") == std::string_view::npos &&
+            line.find("Device Status:") == std::string_view::npos)
+            lines.emplace_back(line);
+        at = end + 1;
     }
     return lines;
 }

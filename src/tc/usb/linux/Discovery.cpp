@@ -204,10 +204,13 @@ int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
     bool sawDevice = false;
     std::vector<std::string> blocks = CutBlocks(reader, true, sawDevice);
     if (!sawDevice) throw TvkError("Device Failed Enumeration", "", "");
-    RunTool({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit, ToolOutput::discard);
+    // The devices are made while mount runs; the road ends when it has.
+    RunningTool mount({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit,
+                      ToolOutput::discard);
     // The device of each block: the one place where this road makes devices.
     // Each takes its block over, so the text is not held twice.
     for (std::string& block : blocks) AddLsusbDevice(devices, std::move(block));
+    mount.Wait();
     return 0;
 }
 

@@ -3,12 +3,20 @@
 // state of the class-wide gates), stored and read back. The only failures
 // allowed are the TvkError and the out-of-range cut the parser documents;
 // never a crash, an overrun, a leak or runaway growth. The first byte picks
-// the mode and the gates the parse starts with.
+// the mode and the gates the parse starts with. The whole text is also cut
+// into device blocks as the road cuts a tool's output, trace and all.
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
+
+#include "../tests/usb/LiteralReader.h"
+#include "tc/usb/linux/Discovery.h"
 
 #include "common/Persistent.h"
 #include "common/TvkError.h"
@@ -20,6 +28,18 @@ static int factoryMode = 0;
 extern "C" int nvxIsFactory() { return factoryMode; }
 
 static char* IgnoreEvent(const char*) { return nullptr; }
+
+// The cut writes its trace to the working folder: one of the fuzzer's own.
+static char traceFolder[] = "/tmp/zorbus-fuzz-lsusb-XXXXXX";
+static void RemoveTraceFolder() {
+    std::remove("bang1.txt");
+    rmdir(traceFolder);
+}
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    if (!mkdtemp(traceFolder) || chdir(traceFolder) != 0) std::abort();
+    std::atexit(RemoveTraceFolder);
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t flags = size > 0 ? data[0] : 0;
@@ -56,5 +76,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!dynamic_cast<newUSBDevice*>(restored.get())) __builtin_trap();
     }
     pTestComponent = nullptr;
+
+    {
+        LiteralReader reader(text);
+        try {
+            getVecDeviceInfo(reader);
+        } catch (const TvkError&) {
+        }
+        std::remove("bang1.txt");
+    }
     return 0;
 }

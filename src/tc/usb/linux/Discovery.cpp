@@ -79,12 +79,16 @@ std::vector<std::string> CutBlocks(USBInfoReader& reader, bool deferTrace, bool&
         const size_t at = block.size();
         reader.reformatLineInto(buffer, block);
         const char* const line = block.c_str() + at;
-        if (IsFirstLineOfDevice(line)) {
+        // A device's first line and a status line both hold "Device", which
+        // most lines do not: one search settles both for those.
+        const char* const device = std::strstr(line, lsusbKeywords[kwDevice]);
+        if (device && IsFirstLineOfDevice(line)) {
             recording = true;
             if (!sawDevice) trace.Open();
             sawDevice = true;
         }
-        const bool status = std::strstr(line, lsusbKeywords[kwDeviceStatus]) != nullptr;
+        // The first "Device Status:" cannot stand before the first "Device".
+        const bool status = device && std::strstr(device, lsusbKeywords[kwDeviceStatus]) != nullptr;
         if (!recording) block.resize(at);
         if (status) {
             // A copy of its own size; the block keeps its room for the next.

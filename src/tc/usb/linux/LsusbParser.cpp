@@ -150,18 +150,45 @@ struct Field {
     std::string* value;
 };
 
+// The fields of one record, and which field each keyword fills: a line
+// mostly holds one keyword, whose field is then found at once.
+template <size_t N>
+struct FieldSet {
+    explicit FieldSet(const Field (&fields)[N]) : fields(fields) {
+        slot.fill(-1);
+        for (size_t i = 0; i < N; ++i) {
+            // A keyword of two fields stores both: such a set takes the walk.
+            if (wanted & Bit(fields[i].key)) oneEach = false;
+            wanted |= Bit(fields[i].key);
+            slot[fields[i].key] = static_cast<int8_t>(i);
+        }
+    }
+    const Field (&fields)[N];
+    uint64_t wanted = 0;
+    bool oneEach = true;
+    std::array<int8_t, 64> slot;
+};
+
+void StoreField(std::string_view line, const Field& field) {
+    const size_t skip = Keywords().Key(field.key).size() + 1;
+    if (line.size() < skip) throw std::out_of_range("basic_string::substr");
+    field.value->assign(line.data() + skip, line.size() - skip);
+}
+
 // Every keyword of the line stores its value when the gate is open: the line
 // behind the key and one character, wherever the key stands (the last line
-// with a keyword wins). A line too short for that fails as extractStringIn.
+// with a keyword wins), field by field in the set's order. A line too short
+// for that fails as extractStringIn.
 template <size_t N>
-void Store(std::string_view line, uint64_t keywords, bool gate, const Field (&fields)[N]) {
-    if (!gate || !keywords) return;
-    for (const Field& field : fields) {
-        if (!(keywords & Bit(field.key))) continue;
-        const size_t skip = Keywords().Key(field.key).size() + 1;
-        if (line.size() < skip) throw std::out_of_range("basic_string::substr");
-        field.value->assign(line.data() + skip, line.size() - skip);
+void Store(std::string_view line, uint64_t keywords, bool gate, const FieldSet<N>& set) {
+    const uint64_t hits = keywords & set.wanted;
+    if (!gate || !hits) return;
+    if (set.oneEach && !(hits & (hits - 1))) {
+        StoreField(line, set.fields[set.slot[__builtin_ctzll(hits)]]);
+        return;
     }
+    for (const Field& field : set.fields)
+        if (keywords & Bit(field.key)) StoreField(line, field);
 }
 
 template <class T>
@@ -231,9 +258,10 @@ std::string Join(const newUSBDevice::Lines& block) {
 template <size_t N>
 void Collect(const newUSBDevice::Lines& lines, bool& gate, const Field (&fields)[N], LsusbKeyword stop,
              bool& next) {
+    const FieldSet<N> set(fields);
     const uint64_t* keywords = lines.keywords;
     for (const std::string_view* line = lines.begin; line != lines.end; ++line, ++keywords) {
-        Store(*line, *keywords, gate, fields);
+        Store(*line, *keywords, gate, set);
         if (!(*keywords & Bit(stop))) continue;
         gate = false;
         next = true;
@@ -257,10 +285,11 @@ void CollectDevice(const newUSBDevice::Lines& lines, USBDevicesNode* node) {
                             {kwiSerial, &node->iSerial},
                             {kwbNumConfigurations, &node->bNumConfigurations},
                             {kwDeviceStatus, &node->deviceStatus}};
+    const FieldSet<sizeof fields / sizeof fields[0]> set(fields);
     const uint64_t* keywords = lines.keywords;
     for (const std::string_view* line = lines.begin; line != lines.end; ++line, ++keywords) {
         if (*keywords & Bit(kwDeviceDescriptor)) newUSBDevice::bDeviceDescriptor = true;
-        Store(*line, *keywords, newUSBDevice::bDeviceDescriptor, fields);
+        Store(*line, *keywords, newUSBDevice::bDeviceDescriptor, set);
         if (!(*keywords & Bit(kwConfigurationDescriptor))) continue;
         newUSBDevice::bDeviceDescriptor = false;
         newUSBDevice::bConfigurationDescriptor = true;
@@ -305,9 +334,10 @@ void CollectEndpoint(const newUSBDevice::Lines& lines, USBEndpoints* endpoint) {
                             {kwUsageType, &endpoint->usageType},
                             {kwwMaxPacketSize, &endpoint->wMaxPacketSize},
                             {kwbInterval, &endpoint->bInterval}};
+    const FieldSet<sizeof fields / sizeof fields[0]> set(fields);
     const uint64_t* keywords = lines.keywords;
     for (const std::string_view* line = lines.begin; line != lines.end; ++line, ++keywords)
-        Store(*line, *keywords, newUSBDevice::bEndpointDescriptor, fields);
+        Store(*line, *keywords, newUSBDevice::bEndpointDescriptor, set);
 }
 
 void CollectHub(const newUSBDevice::Lines& lines, USBHub* hub) {

@@ -5,6 +5,7 @@
 // never a crash, an overrun, a leak or runaway growth. The first byte picks
 // the mode and the gates the parse starts with. The whole text is also cut
 // into device blocks as the road cuts a tool's output, trace and all.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -29,14 +30,14 @@ extern "C" int nvxIsFactory() { return factoryMode; }
 
 static char* IgnoreEvent(const char*) { return nullptr; }
 
-// The cut writes its trace to the working folder: one of the fuzzer's own.
+// The cut writes its trace to the working folder: one of the fuzzer's own
+// while it cuts, so that the fuzzer's own paths keep their meaning.
 static char traceFolder[] = "/tmp/zorbus-fuzz-lsusb-XXXXXX";
-static void RemoveTraceFolder() {
-    std::remove("bang1.txt");
-    rmdir(traceFolder);
-}
+static int fuzzerFolder = -1;
+static void RemoveTraceFolder() { rmdir(traceFolder); }
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    if (!mkdtemp(traceFolder) || chdir(traceFolder) != 0) std::abort();
+    fuzzerFolder = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fuzzerFolder < 0 || !mkdtemp(traceFolder)) std::abort();
     std::atexit(RemoveTraceFolder);
     return 0;
 }
@@ -77,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     pTestComponent = nullptr;
 
+    if (chdir(traceFolder) != 0) std::abort();
     {
         LiteralReader reader(text);
         try {
@@ -85,5 +87,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         std::remove("bang1.txt");
     }
+    if (fchdir(fuzzerFolder) != 0) std::abort();
     return 0;
 }

@@ -81,7 +81,7 @@ public:
     // With `lock` held.
     uint64_t Of(std::string_view line) {
         if (line.size() >= USBInfoReader::lineBufferSize) return Keywords().In(line);
-        Known& slot = known[std::hash<std::string_view>()(line) & (known.size() - 1)];
+        Known& slot = known[Hash(line) & (known.size() - 1)];
         if (slot.used && slot.line == line) return slot.keywords;
         slot.line.assign(line.data(), line.size());
         slot.keywords = Keywords().In(line);
@@ -90,6 +90,22 @@ public:
     }
 
 private:
+    // Lines that differ differ near their ends (" bLength 18", " bLength 9",
+    // "Port 3: ..."), so their first and last eight bytes and their length
+    // tell them apart well enough for a table that checks the text anyway.
+    static size_t Hash(std::string_view line) {
+        uint64_t head = line.size(), tail = 0;
+        if (line.size() >= 8) {
+            std::memcpy(&head, line.data(), 8);
+            std::memcpy(&tail, line.data() + line.size() - 8, 8);
+        } else {
+            for (const char c : line) tail = tail << 8 | static_cast<unsigned char>(c);
+        }
+        // The high half of a product depends on every bit of its factors.
+        const uint64_t mixed = (head ^ (tail << 29 | tail >> 35) ^ line.size()) * 0x9e3779b97f4a7c15ULL;
+        return static_cast<size_t>(mixed >> 32);
+    }
+
     struct Known {
         std::string line;
         uint64_t keywords = 0;
@@ -113,12 +129,14 @@ struct CutLines {
         keywords.reserve(text.size() / 16 + 1);
         KeywordMemo& memo = Memo();
         const std::lock_guard<std::mutex> hold(memo.lock);
-        for (size_t at = 0; at < text.size();) {
-            const size_t newline = text.find('\n', at);
-            const size_t end = newline == std::string::npos ? text.size() : newline;
-            lines.emplace_back(text.data() + at, end - at);
+        const char* const begin = text.data();
+        const char* const end = begin + text.size();
+        for (const char* at = begin; at < end;) {
+            const char* newline = static_cast<const char*>(std::memchr(at, '\n', static_cast<size_t>(end - at)));
+            if (!newline) newline = end;
+            lines.emplace_back(at, static_cast<size_t>(newline - at));
             keywords.push_back(memo.Of(lines.back()));
-            at = end + 1;
+            at = newline + 1;
         }
     }
     newUSBDevice::Lines All() const { return {lines.data(), lines.data() + lines.size(), keywords.data()}; }
@@ -132,18 +150,45 @@ struct Field {
     std::string* value;
 };
 
+// The fields of one record, and which field each keyword fills: a line
+// mostly holds one keyword, whose field is then found at once.
+template <size_t N>
+struct FieldSet {
+    explicit FieldSet(const Field (&fields)[N]) : fields(fields) {
+        slot.fill(-1);
+        for (size_t i = 0; i < N; ++i) {
+            // A keyword of two fields stores both: such a set takes the walk.
+            if (wanted & Bit(fields[i].key)) oneEach = false;
+            wanted |= Bit(fields[i].key);
+            slot[fields[i].key] = static_cast<int8_t>(i);
+        }
+    }
+    const Field (&fields)[N];
+    uint64_t wanted = 0;
+    bool oneEach = true;
+    std::array<int8_t, 64> slot;
+};
+
+void StoreField(std::string_view line, const Field& field) {
+    const size_t skip = Keywords().Key(field.key).size() + 1;
+    if (line.size() < skip) throw std::out_of_range("basic_string::substr");
+    field.value->assign(line.data() + skip, line.size() - skip);
+}
+
 // Every keyword of the line stores its value when the gate is open: the line
 // behind the key and one character, wherever the key stands (the last line
-// with a keyword wins). A line too short for that fails as extractStringIn.
+// with a keyword wins), field by field in the set's order. A line too short
+// for that fails as extractStringIn.
 template <size_t N>
-void Store(std::string_view line, uint64_t keywords, bool gate, const Field (&fields)[N]) {
-    if (!gate || !keywords) return;
-    for (const Field& field : fields) {
-        if (!(keywords & Bit(field.key))) continue;
-        const size_t skip = Keywords().Key(field.key).size() + 1;
-        if (line.size() < skip) throw std::out_of_range("basic_string::substr");
-        field.value->assign(line.data() + skip, line.size() - skip);
+void Store(std::string_view line, uint64_t keywords, bool gate, const FieldSet<N>& set) {
+    const uint64_t hits = keywords & set.wanted;
+    if (!gate || !hits) return;
+    if (set.oneEach && !(hits & (hits - 1))) {
+        StoreField(line, set.fields[set.slot[__builtin_ctzll(hits)]]);
+        return;
     }
+    for (const Field& field : set.fields)
+        if (keywords & Bit(field.key)) StoreField(line, field);
 }
 
 template <class T>
@@ -213,9 +258,10 @@ std::string Join(const newUSBDevice::Lines& block) {
 template <size_t N>
 void Collect(const newUSBDevice::Lines& lines, bool& gate, const Field (&fields)[N], LsusbKeyword stop,
              bool& next) {
+    const FieldSet<N> set(fields);
     const uint64_t* keywords = lines.keywords;
     for (const std::string_view* line = lines.begin; line != lines.end; ++line, ++keywords) {
-        Store(*line, *keywords, gate, fields);
+        Store(*line, *keywords, gate, set);
         if (!(*keywords & Bit(stop))) continue;
         gate = false;
         next = true;
@@ -239,10 +285,11 @@ void CollectDevice(const newUSBDevice::Lines& lines, USBDevicesNode* node) {
                             {kwiSerial, &node->iSerial},
                             {kwbNumConfigurations, &node->bNumConfigurations},
                             {kwDeviceStatus, &node->deviceStatus}};
+    const FieldSet<sizeof fields / sizeof fields[0]> set(fields);
     const uint64_t* keywords = lines.keywords;
     for (const std::string_view* line = lines.begin; line != lines.end; ++line, ++keywords) {
         if (*keywords & Bit(kwDeviceDescriptor)) newUSBDevice::bDeviceDescriptor = true;
-        Store(*line, *keywords, newUSBDevice::bDeviceDescriptor, fields);
+        Store(*line, *keywords, newUSBDevice::bDeviceDescriptor, set);
         if (!(*keywords & Bit(kwConfigurationDescriptor))) continue;
         newUSBDevice::bDeviceDescriptor = false;
         newUSBDevice::bConfigurationDescriptor = true;
@@ -287,9 +334,10 @@ void CollectEndpoint(const newUSBDevice::Lines& lines, USBEndpoints* endpoint) {
                             {kwUsageType, &endpoint->usageType},
                             {kwwMaxPacketSize, &endpoint->wMaxPacketSize},
                             {kwbInterval, &endpoint->bInterval}};
+    const FieldSet<sizeof fields / sizeof fields[0]> set(fields);
     const uint64_t* keywords = lines.keywords;
     for (const std::string_view* line = lines.begin; line != lines.end; ++line, ++keywords)
-        Store(*line, *keywords, newUSBDevice::bEndpointDescriptor, fields);
+        Store(*line, *keywords, newUSBDevice::bEndpointDescriptor, set);
 }
 
 void CollectHub(const newUSBDevice::Lines& lines, USBHub* hub) {

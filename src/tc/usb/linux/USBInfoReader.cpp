@@ -5,10 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 
-#include "common/StringTokenizer.h"
 #include "platform/SystemHelpers.h"
 #include "tc/usb/linux/ExternalTool.h"
 
@@ -22,23 +23,70 @@ const char* const releaseFile = "/etc/SuSE-release";
 const size_t traceWriteSize = 64 * 1024;
 
 // What one reformatted line adds to the trace: each token and a blank (the
-// line itself), then "reformat", a blank, the line and a newline.
-void AppendTrace(std::string& trace, const std::string& line) {
+// line itself), then "reformat", a blank, the line and a newline. `entry`
+// holds the line; the rest is written behind it. Gives the entry's length.
+size_t CompleteTraceEntry(char* entry, size_t lineSize) {
     static const char middle[] = "reformat ";
-    const size_t at = trace.size(), middleSize = sizeof middle - 1;
-    trace.resize(at + 2 * line.size() + middleSize + 1);
-    char* out = &trace[at];
-    std::memcpy(out, line.data(), line.size());
-    std::memcpy(out += line.size(), middle, middleSize);
-    std::memcpy(out += middleSize, line.data(), line.size());
-    out[line.size()] = '\n';
+    const size_t middleSize = sizeof middle - 1;
+    std::memcpy(entry + lineSize, middle, middleSize);
+    std::memcpy(entry + lineSize + middleSize, entry, lineSize);
+    entry[2 * lineSize + middleSize] = '\n';
+    return 2 * lineSize + middleSize + 1;
+}
+
+// Room that CompleteTraceEntry needs for a line reformatted from `length`
+// characters (at most length + 1).
+size_t TraceEntryRoom(size_t length) { return 2 * (length + 1) + 16; }
+
+// Where in `word` (eight bytes as loaded, the first lowest) the first blank
+// (`blank` true) or the first byte that is not one stands; 8 for none.
+int FirstInWord(uint64_t word, bool blank) {
+    const uint64_t ones = 0x0101010101010101ULL, blanks = 0x2020202020202020ULL, highs = 0x8080808080808080ULL;
+    const uint64_t x = word ^ blanks;  // a zero byte where a blank stands
+    const uint64_t marks = blank ? (x - ones) & ~x & highs : x;
+    return marks ? __builtin_ctzll(marks) / 8 : 8;
+}
+
+// From `at`, the first place in buffer[0, length) that is (`blank` true) or
+// is not a blank; `length` when there is none. Eight bytes at a time where
+// eight remain.
+size_t Scan(const char* buffer, size_t at, size_t length, bool blank) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    for (; at + 8 <= length; at += 8) {
+        uint64_t word;
+        std::memcpy(&word, buffer + at, 8);
+        const int found = FirstInWord(word, blank);
+        if (found < 8) return at + static_cast<size_t>(found);
+    }
+#endif
+    while (at < length && (buffer[at] == ' ') != blank) ++at;
+    return at;
+}
+
+// The tokens of buffer[0, length) (at blanks, as strtok finds them; the
+// buffer has no terminator before `length`), each with one blank behind it,
+// written to `out` (room for length + 1); the buffer is cut as strtok cuts
+// it. Gives the length written.
+size_t Reformat(char* buffer, size_t length, char* out) {
+    char* const begin = out;
+    for (size_t at = 0;;) {
+        const size_t start = Scan(buffer, at, length, false);
+        if (start == length) break;
+        at = Scan(buffer, start, length, true);
+        std::memcpy(out, buffer + start, at - start);
+        out += at - start;
+        *out++ = ' ';
+        if (at == length) break;
+        buffer[at++] = '\0';
+    }
+    return static_cast<size_t>(out - begin);
 }
 
 // Errors end the write; the trace is no part of the result.
-void WriteAll(int fd, const std::string& bytes) {
+void WriteAll(int fd, const char* bytes, size_t size) {
     size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    while (done < size) {
+        const ssize_t n = ::write(fd, bytes + done, size - done);
         if (n > 0)
             done += static_cast<size_t>(n);
         else if (n < 0 && errno == EINTR)
@@ -171,71 +219,81 @@ bool USBInfoReader::setDevicesFile() {
 void USBInfoReader::setMountedDevicesFile() { devicesFile = kernelDevicesFile; }
 
 std::string USBInfoReader::reformatLine(char* buffer) {
-    // Tokens at blanks as strtok finds them, and the buffer cut the same way:
-    // the next read that meets the end of the text sees only the first token.
-    // A line of the usual size is built on the stack, a longer one (from a
-    // caller's own buffer) in a string of its own.
+    std::string line;
+    reformatLineInto(buffer, line);
+    return line;
+}
+
+size_t USBInfoReader::reformatLineInto(char* buffer, std::string& out) {
+    // The line and its trace entry are built on the stack for a line of the
+    // usual size, in a string of their own for a longer one (from a caller's
+    // own buffer).
     const size_t length = std::strlen(buffer);
-    char local[2 * lineBufferSize];
+    char local[4 * lineBufferSize];
     std::string large;
-    char* const begin = length < sizeof local ? local : (large.resize(length + 1), &large[0]);
-    char* out = begin;
-    for (char* at = buffer;;) {
-        while (*at == ' ') ++at;
-        if (!*at) break;
-        char* const token = at;
-        while (*at && *at != ' ') ++at;
-        std::memcpy(out, token, static_cast<size_t>(at - token));
-        out += at - token;
-        *out++ = ' ';
-        if (!*at) break;
-        *at++ = '\0';
-    }
-    std::string result(begin, static_cast<size_t>(out - begin));
+    const size_t room = TraceEntryRoom(length);
+    char* const entry = room <= sizeof local ? local : (large.resize(room), &large[0]);
+    const size_t size = Reformat(buffer, length, entry);
+    out.append(entry, size);
     if (traceHeld) {
-        if (traceFd >= 0) {
-            AppendTrace(traceBuffer, result);
-            if (traceBuffer.size() >= traceWriteSize) FlushTrace();
+        if (traceFd >= 0 || traceDeferred) {
+            traceBuffer.append(entry, CompleteTraceEntry(entry, size));
+            if (traceFd >= 0 && traceBuffer.size() >= traceWriteSize) FlushTrace();
         }
-        return result;
+        return size;
     }
     const int fd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
     if (fd >= 0) {
-        std::string trace;
-        AppendTrace(trace, result);
-        WriteAll(fd, trace);
+        WriteAll(fd, entry, CompleteTraceEntry(entry, size));
         ::close(fd);
     }
-    return result;
+    return size;
 }
 
 void USBInfoReader::FlushTrace() {
-    if (traceFd >= 0) WriteAll(traceFd, traceBuffer);
+    if (traceFd >= 0) WriteAll(traceFd, traceBuffer.data(), traceBuffer.size());
     traceBuffer.clear();
 }
 
-USBInfoReader::TraceHold::TraceHold(USBInfoReader& reader) : reader(reader), owner(!reader.traceHeld) {
+USBInfoReader::TraceHold::TraceHold(USBInfoReader& reader, bool openNow)
+    : reader(reader), owner(!reader.traceHeld), pending(owner) {
     if (!owner) return;
     reader.traceHeld = true;
-    reader.traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    reader.traceDeferred = true;
     reader.traceBuffer.reserve(traceWriteSize + 2 * lineBufferSize + 16);
+    if (openNow) Open();
+}
+
+void USBInfoReader::TraceHold::Open() {
+    if (!pending) return;
+    pending = false;
+    reader.traceDeferred = false;
+    reader.traceFd = OpenOwnFile(reformatTraceFile, O_APPEND, 0666);
+    if (reader.traceFd < 0)
+        reader.traceBuffer.clear();
+    else if (reader.traceBuffer.size() >= traceWriteSize)
+        reader.FlushTrace();
 }
 
 USBInfoReader::TraceHold::~TraceHold() {
     if (!owner) return;
-    reader.FlushTrace();
+    // What waits for a file never opened is dropped.
+    if (!reader.traceDeferred) reader.FlushTrace();
     if (reader.traceFd >= 0) ::close(reader.traceFd);
     reader.traceFd = -1;
     reader.traceHeld = false;
+    reader.traceDeferred = false;
     std::string().swap(reader.traceBuffer);
 }
 
 std::string USBInfoReader::extractMoreIn(std::string text) {
-    StringTokenizer tokens(text, " ");
-    if (!tokens.HasMoreTokens()) return std::string();
-    std::string first = tokens.NextToken();
-    if (tokens.HasMoreTokens()) return tokens.LeftOverString();
-    return first;
+    // As a tokenizer at blanks: the first word, and what follows its blank
+    // unsplit when anything does.
+    const std::string::size_type blank = text.find(' ');
+    if (blank == std::string::npos) return text;
+    if (blank + 1 < text.size()) return text.substr(blank + 1);
+    text.resize(blank);
+    return text;
 }
 
 std::string USBInfoReader::extractStringIn(std::string line, std::string key) {
@@ -247,12 +305,16 @@ std::string USBInfoReader::extractStringIn(std::string line, std::string key) {
 bool USBInfoReader::isFoundInLine(std::string line, std::string key) { return line.find(key) != std::string::npos; }
 
 std::list<std::string> USBInfoReader::processHubPorts(std::string text) {
+    // Every line, empty ones too, as a tokenizer at newlines cuts them.
     std::list<std::string> lines;
-    StringTokenizer tokens(text, "\n");
-    while (tokens.HasMoreTokens()) {
-        std::string line = tokens.NextToken();
-        if (line.find("Hub Port Status:") == std::string::npos && line.find("Device Status:") == std::string::npos)
-            lines.push_back(line);
+    for (std::string::size_type at = 0; at < text.size();) {
+        std::string::size_type end = text.find('\n', at);
+        if (end == std::string::npos) end = text.size();
+        const std::string_view line(text.data() + at, end - at);
+        if (line.find("Hub Port Status:") == std::string_view::npos &&
+            line.find("Device Status:") == std::string_view::npos)
+            lines.emplace_back(line);
+        at = end + 1;
     }
     return lines;
 }

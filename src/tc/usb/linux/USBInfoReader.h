@@ -52,21 +52,32 @@ public:
     // as strtok cuts it: the blank behind each token but the last becomes the
     // end of the string.
     virtual std::string reformatLine(char* buffer);
+    // The same line appended to `out` instead of returned, with the same
+    // trace; gives the length appended. The discovery road cuts its text
+    // with this, so that no line needs a string of its own.
+    size_t reformatLineInto(char* buffer, std::string& out);
 
     // While a hold lives, reformatLine keeps "bang1.txt" open and writes the
     // trace in large pieces instead of opening the file for every line; the
     // bytes and their order are the same. A hold inside a hold does nothing.
+    // A hold made with openNow false keeps the trace in memory and opens the
+    // file only when Open is called: a hold that never opens leaves no trace
+    // and no file behind.
     class TraceHold {
     public:
-        explicit TraceHold(USBInfoReader& reader);
+        explicit TraceHold(USBInfoReader& reader, bool openNow = true);
         // Writes out what waits and closes the file.
         ~TraceHold();
         TraceHold(const TraceHold&) = delete;
         TraceHold& operator=(const TraceHold&) = delete;
+        // Opens the file of a hold made with openNow false and writes what
+        // waits; does nothing on any other hold.
+        void Open();
 
     private:
         USBInfoReader& reader;
         bool owner;
+        bool pending;  // an owner whose file is not opened yet
     };
 
     // Points the reader at the kernel's devices file without any test.
@@ -100,8 +111,9 @@ private:
     size_t readEnd = 0;
     bool endSeen = false;
     // The trace while a hold lives: its descriptor (-1 when it could not be
-    // opened) and the bytes that wait to be written.
+    // opened or is not opened yet) and the bytes that wait to be written.
     bool traceHeld = false;
+    bool traceDeferred = false;  // held, and the file not opened yet
     int traceFd = -1;
     std::string traceBuffer;
 };

@@ -107,7 +107,7 @@ void newUSBDevice::id(XmlObject& xml) {
     const USBDevicesNode& node = *devicesNode;
 
     ++index;
-    const std::string caption = Translate("USB Device") + strprintf(" %d", index);
+    const std::string caption = Translate("USB Device") + " " + std::to_string(index);
     const std::string product = NameOf(node.iProduct, node.idProduct, "Unknown product name");
     const std::string manufacturer = NameOf(node.iManufacturer, node.idVendor, "Unknown Manufacture name");
     std::string description = product;

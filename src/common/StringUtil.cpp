@@ -80,7 +80,7 @@ int strnumcmp(const std::string& a, const std::string& b) {
             while (j < nb && isDigit(b[j])) ++j;
             std::string::size_type la = i - di, lb = j - dj;
             if (la != lb) return la < lb ? -1 : 1;
-            int c = a.compare(di, la, b, dj, lb);
+            int c = std::memcmp(a.data() + di, b.data() + dj, la);
             if (c != 0) return c < 0 ? -1 : 1;
             // Same value: fewer leading zeros first, so "1" and "01" differ.
             std::string::size_type ra = i - si, rb = j - sj;

@@ -6,7 +6,10 @@
 // folder of its own with do-nothing stand-ins for every program the
 // component starts. A state file is the one thing a text could point at
 // outside that folder: "persistentFilename" is defused before a text is
-// used, and the state files have a target of their own.
+// used, and the state files have a target of their own. The target is in
+// its folder only while it runs a text, so that the fuzzer's own relative
+// paths (corpus, artifacts) keep their meaning.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -34,9 +37,12 @@ static void Start() {
     FreeLastSetCallbackResult();
 }
 
+static char folder[] = "/tmp/zorbus-fuzz-command.XXXXXX";
+static int fuzzerFolder = -1;
+
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    static char folder[] = "/tmp/zorbus-fuzz-command.XXXXXX";
-    if (!mkdtemp(folder) || chdir(folder) != 0 || mkdir("stubs", 0755) != 0) std::abort();
+    fuzzerFolder = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fuzzerFolder < 0 || !mkdtemp(folder) || chdir(folder) != 0 || mkdir("stubs", 0755) != 0) std::abort();
     std::atexit([] { std::filesystem::remove_all(folder); });
     for (const char* tool : {"mount", "umount", "sync", "lsusb", "sg_scan", "sg_map", "sg_inq", "cp", "mkdir", "rm",
                              "testlibusb"}) {
@@ -46,11 +52,13 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     }
     setenv("PATH", (std::string(folder) + "/stubs").c_str(), 1);
     Start();
+    if (fchdir(fuzzerFolder) != 0) std::abort();
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
+    if (chdir(folder) != 0) std::abort();
     std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
     for (size_t at = 0; (at = text.find("persistentFilename", at)) != std::string::npos;) text[at] = 'P';
     switch (data[0] % 3) {
@@ -71,5 +79,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             break;
     }
     EnableDebugOutput(false);  // a text that turned it on would slow every later run
+    if (fchdir(fuzzerFolder) != 0) std::abort();
     return 0;
 }

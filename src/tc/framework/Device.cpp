@@ -5,7 +5,7 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Diagnosis.h"
 #include "tc/framework/Test.h"
 
@@ -43,15 +43,8 @@ Device::Device(const std::string& givenName, bool makeUnique) : name(givenName) 
     if (!makeUnique) return;
     std::string::size_type lastNonDigit = name.find_last_not_of("0123456789");
     if (lastNonDigit != std::string::npos && lastNonDigit + 1 < name.size()) name.erase(lastNonDigit + 1);
-    if (pTestComponent && !pTestComponent->buildingCatalog) {
-        // Numbers below the component's hint for this base are known to be
-        // taken, so a long run of devices of one kind is named in linear time.
-        unsigned int number = pTestComponent->NameHint(name);
-        while (pTestComponent->FindDevice(name + std::to_string(number))) ++number;
-        // This number is taken from now on: the next device starts above it.
-        pTestComponent->SetNameHint(name, number + 1);
-        name += std::to_string(number);
-    }
+    unsigned int number = 0;
+    if (outlet::TakeDeviceNumber(name, number)) name += std::to_string(number);
     if (name != givenName) dbgprintf("Device name changed from %s to %s\n", givenName.c_str(), name.c_str());
 }
 
@@ -200,5 +193,5 @@ void Device::AddPropertyListToXml(XmlObject& xml) const {
 }
 
 void Device::WriteEventLog(const std::string& logCaption, const std::string& logDescription) {
-    if (pTestComponent) pTestComponent->WriteEventLog(logCaption, logDescription);
+    outlet::WriteLog(logCaption, logDescription);
 }

@@ -7,7 +7,7 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Device.h"
 #include "tc/framework/Diagnosis.h"
 #include "tc/framework/Test.h"
@@ -67,13 +67,11 @@ std::string Device::RunDiagnosis(XmlObject& command) {
         if (state == "unavailable") anyUnavailable = true;
         for (const XmlObject& child : result.children) report.AddObject(child);
         WriteEventLog(Translate("Diagnosis Finished"), names);
-        if (pTestComponent) {
-            XmlObject update;
-            update.name = "diagUpdate";
-            update.SetAttribute(xmldef::device, name);
-            update.SetAttribute(xmldef::percentComplete, (i * 100u + 100u) / count, 10);
-            pTestComponent->SendEventNotification(update.GetXmlString());
-        }
+        XmlObject update;
+        update.name = "diagUpdate";
+        update.SetAttribute(xmldef::device, name);
+        update.SetAttribute(xmldef::percentComplete, (i * 100u + 100u) / count, 10);
+        outlet::SendEvent(update.GetXmlString());
     }
 
     // "unavailable" wins over "failed".

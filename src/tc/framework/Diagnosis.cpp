@@ -4,7 +4,7 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Device.h"
 
 Diagnosis::Diagnosis(const std::string& diagnosisName, Device* diagnosisDevice)
@@ -76,7 +76,7 @@ void Diagnosis::AddInfo(XmlObject& result, const std::string& infoCaption, Devic
     if (!infoDevice) infoDevice = device;
     XmlObject info;
     info.name = xmldef::info;
-    info.SetAttribute(xmldef::component, pTestComponent ? pTestComponent->componentName : std::string());
+    info.SetAttribute(xmldef::component, outlet::ComponentName());
     info.SetAttribute(xmldef::device, infoDevice ? infoDevice->name : std::string());
     info.SetAttribute(xmldef::caption, infoCaption);
     result.AddObject(info);
@@ -102,7 +102,7 @@ void Diagnosis::AddAction(XmlObject& result, const std::string& action, const st
     XmlObject element;
     element.name = xmldef::deviceAction;
     element.SetAttribute(xmldef::caption, actionCaption);
-    element.SetAttribute(xmldef::component, pTestComponent ? pTestComponent->componentName : std::string());
+    element.SetAttribute(xmldef::component, outlet::ComponentName());
     element.SetAttribute(xmldef::device, actionDevice ? actionDevice->name : std::string());
     if (subDevice) element.SetAttribute(xmldef::subDevice, subDevice->name);
     XmlObject what;

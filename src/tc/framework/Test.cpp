@@ -11,7 +11,7 @@
 #include "common/Translate.h"
 #include "common/xmldef.h"
 #include "platform/HostServices.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/ConcurrentPrompt.h"
 #include "tc/framework/Device.h"
 #include "tc/framework/Prompt.h"
@@ -338,12 +338,12 @@ XmlObject Test::CreateEventObject(const std::string& tag) {
 
 void Test::SetProgress(unsigned int done, unsigned int total) {
     percentComplete = total == 0 ? 100u : static_cast<uint32_t>(static_cast<uint32_t>(done) * 100u) / total;
-    if (pTestComponent) pTestComponent->SendEventNotification(CreateEventObject(xmldef::diagUpdate).GetXmlString());
+    outlet::SendEvent(CreateEventObject(xmldef::diagUpdate).GetXmlString());
 }
 
 void Test::SetOperationCaption(const std::string& newCaption) {
     operationCaption = newCaption;
-    if (pTestComponent) pTestComponent->SendEventNotification(CreateEventObject(xmldef::diagUpdate).GetXmlString());
+    outlet::SendEvent(CreateEventObject(xmldef::diagUpdate).GetXmlString());
 }
 
 void Test::ClearOutput() {

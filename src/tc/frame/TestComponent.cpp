@@ -13,11 +13,10 @@
 #include "common/xmldef.h"
 #include "tc/frame/CommandGate.h"
 #include "tc/frame/EntryPoints.h"
+#include "tc/frame/Version.h"
 #include "tc/framework/Test.h"
 
 std::string TestComponent::diagsWriteDirectory;
-
-static const char* const diagVersionRecord = "<diagVersion>8.6.0.3755A</diagVersion>";
 
 // The device a command names, or the front end's error for a name that is
 // not there.

@@ -76,8 +76,6 @@ std::string Device::RunDiagnosis(XmlObject& command) {
 
     // "unavailable" wins over "failed".
     report.SetAttribute(xmldef::currentState, anyUnavailable ? "unavailable" : allPassed ? "passed" : "failed");
-    const double seconds = static_cast<double>(TickTimer::GetCurrentTimeInTicks() - start) /
-                           static_cast<double>(TickTimer::ms_ticksPerSecond);
-    report.SetAttribute(xmldef::testTime, GetElapsedTimeString(seconds));
+    report.SetAttribute(xmldef::testTime, GetElapsedTimeSince(start));
     return report.GetXmlString();
 }

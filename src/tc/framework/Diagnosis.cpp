@@ -66,9 +66,7 @@ XmlObject Diagnosis::Run(XmlObject& command) {
         fail(internalError(nullptr));
     }
 
-    const double seconds = static_cast<double>(TickTimer::GetCurrentTimeInTicks() - start) /
-                           static_cast<double>(TickTimer::ms_ticksPerSecond);
-    result.SetAttribute(xmldef::testTime, GetElapsedTimeString(seconds));
+    result.SetAttribute(xmldef::testTime, GetElapsedTimeSince(start));
     return result;
 }
 

@@ -316,9 +316,7 @@ XmlObject Test::GetTestResult() {
     outputElement.value = output.str();
     result.AddObject(outputElement);
     ClearOutput();
-    const double seconds = static_cast<double>(TickTimer::GetCurrentTimeInTicks() - startTicks) /
-                           static_cast<double>(TickTimer::ms_ticksPerSecond);
-    result.SetAttribute(xmldef::testTime, GetElapsedTimeString(seconds));
+    result.SetAttribute(xmldef::testTime, GetElapsedTimeSince(startTicks));
     if (errorObject.name == xmldef::error) result.AddObject(errorObject);
     return result;
 }

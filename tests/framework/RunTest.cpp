@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "FrameworkSupport.h"
+#include "tc/framework/CaughtError.h"
 
 using namespace fw;
 
@@ -97,7 +98,7 @@ TEST_F(FrameworkTest, EveryKindOfFailureBecomesTheErrorChild) {
     device->description.clear();
     test->cpu = 3;
     TvkError empty("", "", "");
-    test->SetErrorObject(empty);
+    test->SetErrorObject(ErrorElement(empty));
     EXPECT_EQ(test->errorObject.value, "Ran on CPU 3");
 }
 
@@ -241,6 +242,34 @@ TEST_F(FrameworkTest, DiagnosisRunTurnsEveryFailureIntoAnErrorChild) {
         const XmlObject& e = result.children[0];
         EXPECT_EQ(body ? Values(e, {"key", "detail", "reference"}) : Values(e, {"key", "reference"}), error);
     }
+}
+
+// The element CaughtErrorElement gives for `thrown`, caught by `run`.
+template <class Thrown>
+XmlObject caught(const Thrown& thrown, CaughtIn run, const Device* where, const std::string& runName) {
+    try {
+        throw thrown;
+    } catch (...) {
+        return CaughtErrorElement(run, where, runName);
+    }
+}
+
+TEST_F(FrameworkTest, CaughtErrorElementRefersAndNamesAsEachRunDoes) {
+    const XmlObject ofTest = caught(FrontendError("bad", "why"), CaughtIn::testRun, device, "t");
+    EXPECT_EQ(ofTest.GetAttributeValue("errorCode"), "FrontendError");
+    EXPECT_EQ(ofTest.GetAttributeValue("reference"), "frontEnd, frontEnd");
+    const XmlObject ofDiagnosis = caught(FrontendError("bad", "why"), CaughtIn::diagnosisRun, device, "d");
+    EXPECT_EQ(ofDiagnosis.GetAttributeValue("reference"), "FakeClass, d");
+    const XmlObject withoutDevice = caught(TvkError("x", "", ""), CaughtIn::diagnosisRun, nullptr, "d");
+    EXPECT_EQ(withoutDevice.GetAttributeValue("reference"), "frontEnd, frontEnd");
+
+    EXPECT_EQ(caught(std::string("s"), CaughtIn::diagnosisRun, device, "d").GetAttributeValue("detail"), "dev0, d, s");
+    EXPECT_EQ(caught(42, CaughtIn::testRun, device, "t").GetAttributeValue("detail"), "dev0, t, ");
+    EXPECT_EQ(caught(42, CaughtIn::diagnosisRun, nullptr, "d").GetAttributeValue("detail"), "d");
+    // A warning thrown is no error of the run: it is reported as internal.
+    const XmlObject warning = caught(TvkWarning("w", "", ""), CaughtIn::testRun, device, "t");
+    EXPECT_EQ(warning.GetAttributeValue("key"), "Corvane internal error");
+    EXPECT_EQ(warning.GetAttributeValue("detail"), "dev0, t, w");
 }
 
 // The refusal's second text, or "accepted".

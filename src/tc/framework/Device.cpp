@@ -5,6 +5,7 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
+#include "tc/framework/CaughtError.h"
 #include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Diagnosis.h"
 #include "tc/framework/Test.h"
@@ -108,7 +109,7 @@ std::string Device::ID(bool catalog) {
     } catch (TvkError& error) {
         // One faulty device must not spoil a whole catalogue or discovery.
         error.CrossReference("ID", GetClassName());
-        element.AddObject(XmlObject(error.GetXml()));
+        element.AddObject(ErrorElement(error));
     }
     return element.GetXmlString();
 }

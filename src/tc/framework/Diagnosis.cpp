@@ -4,6 +4,7 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
+#include "tc/framework/CaughtError.h"
 #include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Device.h"
 
@@ -32,38 +33,12 @@ XmlObject Diagnosis::Run(XmlObject& command) {
     result.SetAttribute(xmldef::device, command.GetAttributeValue(xmldef::device, ""));
     result.SetAttribute(xmldef::diagnosis, name);
 
-    auto internalError = [this](const std::string* text) {
-        std::string detail = device ? device->name + ", " : std::string();
-        detail += name;
-        if (text) detail += ", " + *text;
-        TvkError error("Corvane internal error", detail, "");
-        error.CrossReference("frontEnd", "frontEnd");
-        return error;
-    };
-    auto fail = [&result](const TvkError& error) {
-        result.AddObject(XmlObject(error.GetXml()));
-        result.SetAttribute(xmldef::currentState, xmldef::failed);
-    };
-
     try {
         if (!device) throw TvkError("Device not found", "", "");
         DoRun(command, result);
-    } catch (TvkError& error) {
-        if (device)
-            error.CrossReference(device->GetClassName(), name);
-        else
-            error.CrossReference("frontEnd", "frontEnd");
-        fail(error);
-    } catch (const char* text) {
-        const std::string message = text ? text : "";
-        fail(internalError(&message));
-    } catch (const std::string& text) {
-        fail(internalError(&text));
-    } catch (const std::exception& error) {
-        const std::string message = error.what();
-        fail(internalError(&message));
     } catch (...) {
-        fail(internalError(nullptr));
+        result.AddObject(CaughtErrorElement(CaughtIn::diagnosisRun, device, name));
+        result.SetAttribute(xmldef::currentState, xmldef::failed);
     }
 
     result.SetAttribute(xmldef::testTime, GetElapsedTimeSince(start));
@@ -82,7 +57,7 @@ void Diagnosis::AddInfo(XmlObject& result, const std::string& infoCaption, Devic
 
 void Diagnosis::AddWarning(XmlObject& result, const std::string& message, const std::string& detail) {
     TvkWarning warning(Translate(message), Translate(detail), "");
-    result.AddObject(XmlObject(warning.GetXml()));
+    result.AddObject(ErrorElement(warning));
 }
 
 void Diagnosis::AddError(XmlObject& result, const std::string& message, const std::string& detail,
@@ -91,7 +66,7 @@ void Diagnosis::AddError(XmlObject& result, const std::string& message, const st
     errorAdded = true;
     TvkError error(message, Translate(detail), "");
     error.CrossReference(errorDevice ? errorDevice->GetClassName() : "frontEnd", name);
-    result.AddObject(XmlObject(error.GetXml()));
+    result.AddObject(ErrorElement(error));
 }
 
 void Diagnosis::AddAction(XmlObject& result, const std::string& action, const std::string& actionCaption,

@@ -11,6 +11,7 @@
 #include "common/Translate.h"
 #include "common/xmldef.h"
 #include "platform/HostServices.h"
+#include "tc/framework/CaughtError.h"
 #include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/ConcurrentPrompt.h"
 #include "tc/framework/Device.h"
@@ -229,25 +230,9 @@ std::string Test::Run(XmlObject& command) {
             result = Pass();
         else
             result = Fail();
-    } catch (FrontendError& error) {
-        error.CrossReference("frontEnd", "frontEnd");
-        SetErrorObject(error);
-        result = Fail();
-    } catch (TvkError& error) {
-        if (device)
-            error.CrossReference(device->GetClassName(), name);
-        else
-            error.CrossReference("frontEnd", "frontEnd");
-        SetErrorObject(error);
-        result = Fail();
-    } catch (const char* text) {
-        result = HandleError(text ? text : "");
-    } catch (const std::string& text) {
-        result = HandleError(text);
-    } catch (const std::exception& error) {
-        result = HandleError(error.what());
     } catch (...) {
-        result = HandleError("");
+        SetErrorObject(CaughtErrorElement(CaughtIn::testRun, device, name));
+        result = Fail();
     }
     return result;
 }
@@ -275,7 +260,7 @@ std::string Test::Fail() {
     XmlObject result(GetTestResult().GetXmlString());
     // Every failed result says why, also when DoRun merely returned false.
     if (result.FindObjects("error").empty())
-        result.AddObject(XmlObject(TvkError("Missing Error Description", "", "").GetXml()));
+        result.AddObject(ErrorElement(TvkError("Missing Error Description", "", "")));
     return result.GetXmlString();
 }
 
@@ -291,17 +276,8 @@ std::string Test::Abort() {
     return GetTestResult().GetXmlString();
 }
 
-std::string Test::HandleError(std::string message) {
-    std::string detail = device ? device->name + ", " : std::string();
-    detail += name + ", " + message;
-    TvkError error("Corvane internal error", detail, "");
-    error.CrossReference("frontEnd", "frontEnd");
-    SetErrorObject(error);
-    return Fail();
-}
-
-void Test::SetErrorObject(TvkError& error) {
-    errorObject = XmlObject(error.GetXml());
+void Test::SetErrorObject(const XmlObject& element) {
+    errorObject = element;
     std::string text;
     if (device && !device->description.empty()) text += device->description + ", ";
     if (!errorObject.value.empty()) text += errorObject.value + ", ";

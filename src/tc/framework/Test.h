@@ -103,9 +103,9 @@ public:
     std::string Fail();
     std::string Block();
     std::string Abort();
-    // For everything that is not a TvkError: "Corvane internal error".
-    std::string HandleError(std::string message);
-    void SetErrorObject(TvkError& error);
+    // The run's error: `element` (of CaughtErrorElement, say) with the
+    // device's description and the processor added to its text.
+    void SetErrorObject(const XmlObject& element);
     XmlObject GetTestResult();
     XmlObject CreateEventObject(const std::string& tag);
     // Every call sends one progress event.

@@ -2,6 +2,7 @@
 // becomes the error child of the result; diagnoses, alone and a device's run of
 // all; string and numeric parameters, the list, and the value expressions.
 #include <climits>
+#include <memory>
 #include <stdexcept>
 
 #include "FrameworkSupport.h"
@@ -143,8 +144,8 @@ TEST_F(FrameworkTest, LockedDeviceBlocksCancelStopsBetweenTriesAndTheLockIsAlway
 TEST_F(FrameworkTest, CatalogueElementHasItsAttributesInOrder) {
     ScriptedTest* test = AddTest("t1");
     test->interactive = test->fieldtest = true;
-    StringParameter mode("mode", "Mode", "The mode", "fast");
-    test->AddParameter(&mode);
+    test->mode.Set("mode", "Mode", "The mode", "fast");
+    test->AddParameter(&test->mode);
     XmlObject element(test->GetXmlString());
     const std::string names = "name caption description interactive requiresMedia requiresEquipment quick complete "
                               "requiresWindow localOnly singleThread destructive romTest fieldtest";
@@ -290,14 +291,13 @@ NumericParameter<int> bounded(int min, int max) {
 }
 
 TEST_F(FrameworkTest, ParametersTakeTheirDefaultOnEveryRunWithoutAValueAndTheListStopsAtTheFirstRefusal) {
-    StringParameter mode;
     ScriptedTest* test = AddTest("t1");
-    test->onSetParameters = [&mode](ScriptedTest& t) {
-        mode.Set("mode", "Mode", "", "fast");
-        t.AddParameter(&mode);
+    test->onSetParameters = [](ScriptedTest& t) {
+        t.mode.Set("mode", "Mode", "", "fast");
+        t.AddParameter(&t.mode);
     };
     std::vector<std::string> seen;
-    test->body = [&](ScriptedTest&, int) { return seen.push_back(mode.GetValue()), true; };
+    test->body = [&](ScriptedTest& t, int) { return seen.push_back(t.mode.GetValue()), true; };
     for (const char* attributes : {"mode=\"slow\"", "", "mode=\"\""}) RunTest("t1", attributes);
     EXPECT_EQ(seen, (std::vector<std::string>{"slow", "fast", "fast"}));
 
@@ -327,6 +327,28 @@ TEST_F(FrameworkTest, ParametersTakeTheirDefaultOnEveryRunWithoutAValueAndTheLis
     ASSERT_TRUE(copy && copiedList);
     EXPECT_EQ(copy->GetValue() + "|" + copy->GetDefaultValue() + "|" + copy->GetCaption(), "x|x|A");
     EXPECT_EQ(copiedList->parameters, std::vector<Parameter*>{copy.get()});
+}
+
+TEST_F(FrameworkTest, ACopiedTestsListNamesItsOwnParameters) {
+    ScriptedTest* original = AddTest("t1");
+    original->onSetParameters = [](ScriptedTest& t) {
+        t.mode.Set("mode", "Mode", "", "fast");
+        t.AddParameter(&t.mode);
+    };
+    original->SetParameters();
+    original->mode.SetValue("slow");
+    std::unique_ptr<ScriptedTest> copy(static_cast<ScriptedTest*>(original->CreateCopy()));
+    ASSERT_EQ(copy->parameters.parameters.size(), 1u);
+    EXPECT_EQ(copy->parameters.parameters[0], &copy->mode);
+    EXPECT_EQ(copy->mode.GetValue(), "slow");
+    copy->parameters.Parse(XmlObject("<run mode=\"turbo\"/>"));
+    EXPECT_EQ(copy->mode.GetValue(), "turbo");
+    EXPECT_EQ(original->mode.GetValue(), "slow");
+
+    ScriptedTest target;
+    target.CopyFromPointer(original);
+    ASSERT_EQ(target.parameters.parameters.size(), 1u);
+    EXPECT_EQ(target.parameters.parameters[0], &target.mode);
 }
 
 TEST(NumericParameter, ExpressionResults) {

@@ -68,7 +68,15 @@ Test::Test(const Test& other)
       prompt(new Prompt),
       parameters(other.parameters),
       superLedTest(other.superLedTest),
-      startTicks(other.startTicks) {}
+      startTicks(other.startTicks) {
+    // The entries are members of the test, so each names the member at the
+    // same place in this copy as in the original. The copy is of the
+    // original's class, so the places agree.
+    const uintptr_t from = reinterpret_cast<uintptr_t>(&other);
+    const uintptr_t to = reinterpret_cast<uintptr_t>(this);
+    for (Parameter*& entry : parameters.parameters)
+        if (entry) entry = reinterpret_cast<Parameter*>(reinterpret_cast<uintptr_t>(entry) - from + to);
+}
 
 Test::~Test() {
     // Each ConcurrentPrompt waits in its destructor until its thread, which

@@ -62,7 +62,8 @@ public:
     Test();
     Test(const std::string& name, Device* device);
     // Copies everything but the output, the concurrent prompts and the
-    // prompt (the copy gets a fresh one).
+    // prompt (the copy gets a fresh one). The copy's parameter list names
+    // the copy's own member parameters.
     Test(const Test& other);
     Test& operator=(const Test&) = delete;
     // Waits for the threads of the concurrent prompts to end before it
@@ -112,6 +113,7 @@ public:
     void SetProgress(unsigned int done, unsigned int total);
     void SetOperationCaption(const std::string& caption);
     void ClearOutput();
+    // `parameter` must be a member of this test (a copy relies on it).
     void AddParameter(Parameter* parameter);
 
     // Prompts; the answer is the value of the host's reply.

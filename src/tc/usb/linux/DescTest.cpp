@@ -11,16 +11,6 @@
 
 USBInfoReader* (*DescTest::readerForTests)() = nullptr;
 
-namespace {
-
-// Re-points a list entry that named `from` at `to`.
-void Repoint(ParameterList& list, const Parameter* from, Parameter* to) {
-    for (Parameter*& entry : list.parameters)
-        if (entry == from) entry = to;
-}
-
-}  // namespace
-
 DescTest::DescTest(USBDevice* usbDevice) : Test(usbxml::descTest, usbDevice) {
     caption = Translate("USB Descriptor Test");
     description = Translate("Run a USB descriptor test with USB loopback");
@@ -33,13 +23,6 @@ DescTest::DescTest(USBDevice* usbDevice) : Test(usbxml::descTest, usbDevice) {
     complete = false;
     localOnly = false;
     fieldtest = false;
-}
-
-DescTest::DescTest(const DescTest& other)
-    : Test(other), loopbackNumber(other.loopbackNumber), vendorId(other.vendorId), productId(other.productId) {
-    Repoint(parameters, &other.loopbackNumber, &loopbackNumber);
-    Repoint(parameters, &other.vendorId, &vendorId);
-    Repoint(parameters, &other.productId, &productId);
 }
 
 void DescTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) { Test::ReadAndWrite(stream, dir, 0); }

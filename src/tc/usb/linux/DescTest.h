@@ -20,8 +20,6 @@ public:
     // The registry's default object.
     DescTest() = default;
     explicit DescTest(USBDevice* device);
-    // The copy's parameter list names the copy's own parameters.
-    DescTest(const DescTest& other);
 
     void ReadAndWrite(ptstream& stream, direction dir, unsigned int version) override;
     void CopyFromPointer(const Persistent* other) override;

@@ -44,12 +44,6 @@ usbLoopbackTest::usbLoopbackTest(newUSBDevice* usbDevice) : Test(usbxml::usbLoop
     SetCatalogueValues(*this);
 }
 
-usbLoopbackTest::usbLoopbackTest(const usbLoopbackTest& other)
-    : Test(other), useMountedDevicesFile(other.useMountedDevicesFile), numberDevices(other.numberDevices) {
-    for (Parameter*& entry : parameters.parameters)
-        if (entry == &other.numberDevices) entry = &numberDevices;
-}
-
 void usbLoopbackTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
     Test::ReadAndWrite(stream, dir, 0);
 }

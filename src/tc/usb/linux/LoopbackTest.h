@@ -23,8 +23,6 @@ public:
     usbLoopbackTest() = default;
     explicit usbLoopbackTest(USBDevice* device);
     explicit usbLoopbackTest(newUSBDevice* device);
-    // The copy's parameter list names the copy's own parameter.
-    usbLoopbackTest(const usbLoopbackTest& other);
 
     void ReadAndWrite(ptstream& stream, direction dir, unsigned int version) override;
     void CopyFromPointer(const Persistent* other) override;

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/TestHooks.h"
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "tc/usb/linux/USBDevice.h"
@@ -9,7 +10,14 @@
 #include "tc/usb/linux/USBtree.h"
 #include "tc/usb/linux/usbxml.h"
 
-USBInfoReader* (*DescTest::readerForTests)() = nullptr;
+namespace {
+
+// Set through the test hook; null: the reader chooses its own source.
+USBInfoReader* (*makeTestReader)() = nullptr;
+
+}  // namespace
+
+void testhooks::SetDescTestReader(USBInfoReader* (*make)()) { makeTestReader = make; }
 
 DescTest::DescTest(USBDevice* usbDevice) : Test(usbxml::descTest, usbDevice) {
     caption = Translate("USB Descriptor Test");
@@ -42,8 +50,8 @@ void DescTest::SetParameters() {
 }
 
 int DescTest::CountDescriptors(USBtree& tree) {
-    if (!readerForTests) return tree.RunDescriptorTest();
-    std::unique_ptr<USBInfoReader> reader(readerForTests());
+    if (!makeTestReader) return tree.RunDescriptorTest();
+    std::unique_ptr<USBInfoReader> reader(makeTestReader());
     return tree.RunDescriptorTest(*reader);
 }
 

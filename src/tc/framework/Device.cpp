@@ -114,15 +114,22 @@ std::string Device::ID(bool catalog) {
     return element.GetXmlString();
 }
 
-void Device::AddTest(Test* test) {
-    if (!test) return;
-    for (auto it = tests.begin(); it != tests.end(); ++it) {
-        if (*it && *it != test && (*it)->name == test->name) {
+// Takes the first other item of `item`'s name out of `list` and deletes it:
+// a device offers one test and one diagnosis of each name.
+template <class T>
+static void dropNamesake(std::vector<T*>& list, const T* item) {
+    for (auto it = list.begin(); it != list.end(); ++it) {
+        if (*it && *it != item && (*it)->name == item->name) {
             delete *it;
-            tests.erase(it);
-            break;
+            list.erase(it);
+            return;
         }
     }
+}
+
+void Device::AddTest(Test* test) {
+    if (!test) return;
+    dropNamesake(tests, test);
     test->SetParameters();
     tests.push_back(test);
 }
@@ -136,13 +143,7 @@ void Device::AddTestAndId(Test* test, XmlObject& xml) {
 
 void Device::AddDiagnosis(Diagnosis* diagnosis) {
     if (!diagnosis) return;
-    for (auto it = diagnoses.begin(); it != diagnoses.end(); ++it) {
-        if (*it && *it != diagnosis && (*it)->name == diagnosis->name) {
-            delete *it;
-            diagnoses.erase(it);
-            break;
-        }
-    }
+    dropNamesake(diagnoses, diagnosis);
     diagnoses.push_back(diagnosis);
 }
 

@@ -200,25 +200,24 @@ std::string CheckCommand(const Command& command, const std::vector<DeviceInfo>& 
     if (command.kind != Command::RunTest && command.kind != Command::Cancel && command.kind != Command::Diagnose)
         return "";
     const DeviceInfo* device = nullptr;
-    for (const DeviceInfo& known : devices)
+    std::vector<std::string> names;
+    for (const DeviceInfo& known : devices) {
         if (known.name == command.device) device = &known;
+        names.push_back(known.name);
+    }
     if (devicesKnown && !device)
         return Format(tr("no device %s: discovery found %s (zorbus-host id lists them)"),
-                      {command.device, devices.empty() ? tr("none") : Listed([&] {
-                           std::vector<std::string> names;
-                           for (const DeviceInfo& known : devices) names.push_back(known.name);
-                           return names;
-                       }())});
+                      {command.device, names.empty() ? tr("none") : Listed(names)});
     if (command.kind == Command::Diagnose) return "";
     // Without this run's discovery the catalogue's template stands for every device.
     if (!devicesKnown) device = devices.empty() ? nullptr : &devices.front();
     if (!device) return "";
     const TestInfo* test = device->Test(command.test);
     if (!test) {
-        std::vector<std::string> names;
-        for (const TestInfo& offered : device->tests) names.push_back(offered.name);
         // The catalogue does not list every test that a device may offer.
         if (!devicesKnown) return "";
+        names.clear();
+        for (const TestInfo& offered : device->tests) names.push_back(offered.name);
         if (names.empty()) return Format(tr("%s offers no tests, so none named %s"), {command.device, command.test});
         return Format(tr("%s offers no test %s (it offers %s)"), {command.device, command.test, Listed(names)});
     }

@@ -1,6 +1,6 @@
 // The end-to-end benchmarks run themselves again inside a temporary folder
-// under umockdev-wrapper, with stub tools first on PATH, and report how
-// their cost grows with the machine; the pieces they share.
+// under umockdev-wrapper, with stub tools first on PATH; the pieces they
+// share.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -14,7 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -74,63 +73,5 @@ inline int RunInTestbed(const std::string& folder, char** argv) {
     std::filesystem::remove_all(folder, ignored);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }
-
-// Prints, after the table, each mode's 32-bus (4,064 devices) against its
-// 8-bus (1,016 devices) run, for benchmarks whose arguments are
-// "buses:N/factory:M": the growth (target at most 4.5x) and, where a limit
-// is given, the large machine's time against it.
-class ScalingReporter : public benchmark::ConsoleReporter {
-public:
-    explicit ScalingReporter(double largeLimitMs = 0) : largeLimitMs(largeLimitMs) {}
-
-    void ReportRuns(const std::vector<Run>& runs) override {
-        for (const Run& run : runs) {
-            if (run.error_occurred) continue;
-            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
-            if (run.run_type != Run::RT_Iteration && !median) continue;
-            Times& t = times[Key(run.run_name.args)];
-            if (t.fromMedian && !median) continue;
-            t = Times{run.GetAdjustedRealTime(), run.GetAdjustedCPUTime(), median};  // in ms
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-
-    void Finalize() override {
-        ConsoleReporter::Finalize();
-        for (const char* mode : {"0", "1"}) {
-            const auto small = times.find(std::string("8/") + mode);
-            const auto large = times.find(std::string("32/") + mode);
-            if (small == times.end() || large == times.end()) continue;
-            const double wallRatio = large->second.wall / small->second.wall;
-            const double cpuRatio = large->second.cpu / small->second.cpu;
-            std::printf("%-7s mode: 4064 devices %.1f ms wall, %.1f ms processor", mode[0] == '1' ? "factory" : "field",
-                        large->second.wall, large->second.cpu);
-            if (largeLimitMs > 0)
-                std::printf(" (target <= %.0f ms: %s)", largeLimitMs, large->second.wall <= largeLimitMs ? "met" : "MISSED");
-            std::printf("; 1016 devices %.1f ms wall, %.1f ms processor; ratio %.2f wall (target <= 4.5: %s), "
-                        "%.2f processor\n",
-                        small->second.wall, small->second.cpu, wallRatio, wallRatio <= 4.5 ? "met" : "MISSED", cpuRatio);
-        }
-    }
-
-private:
-    struct Times {
-        double wall = 0, cpu = 0;
-        bool fromMedian = false;
-    };
-    // "buses:8/factory:0" -> "8/0"
-    static std::string Key(const std::string& args) {
-        std::string key;
-        bool inValue = false;
-        for (char c : args) {
-            if (c == ':') inValue = true;
-            else if (c == '/') inValue = false, key += '/';
-            else if (inValue) key += c;
-        }
-        return key;
-    }
-    double largeLimitMs;
-    std::map<std::string, Times> times;
-};
 
 }  // namespace benchtestbed

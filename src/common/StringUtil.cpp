@@ -1,6 +1,8 @@
 #include "common/StringUtil.h"
 
+#include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -51,8 +53,21 @@ int compare_nocase(const std::string& a, const std::string& b, std::string::size
 static bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 int strnumcmp(const std::string& a, const std::string& b) {
-    std::string::size_type i = 0, j = 0;
     const std::string::size_type na = a.size(), nb = b.size();
+    // Names of one kind share a long prefix ("usbDevice"). Equal characters
+    // compare equal either way, so the walk may start where the texts first
+    // differ, moved back to the start of the digit run it falls in: a run is
+    // compared whole, by value.
+    std::string::size_type start = 0;
+    const std::string::size_type shorter = std::min(na, nb);
+    for (uint64_t x = 0, y = 0; start + sizeof x <= shorter; start += sizeof x) {
+        std::memcpy(&x, a.data() + start, sizeof x);
+        std::memcpy(&y, b.data() + start, sizeof y);
+        if (x != y) break;
+    }
+    while (start < shorter && a[start] == b[start]) ++start;
+    while (start > 0 && isDigit(a[start - 1])) --start;
+    std::string::size_type i = start, j = start;
     while (i < na && j < nb) {
         if (isDigit(a[i]) && isDigit(b[j])) {
             // Compare the two digit runs by value: skip leading zeros, then

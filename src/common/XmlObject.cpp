@@ -50,19 +50,6 @@ size_t WriteEntity(char* to, unsigned char c) {
     }
 }
 
-void AppendEscaped(std::string& out, const std::string& s, const unsigned char* special) {
-    const char* p = s.data();
-    const char* end = p + s.size();
-    while (p < end) {
-        const char* run = p;
-        while (p < end && !special[static_cast<unsigned char>(*p)]) ++p;
-        out.append(run, static_cast<size_t>(p - run));
-        if (p == end || *p == '\0') return;  // a NUL ends a value
-        char entity[kLongestEntity];
-        out.append(entity, WriteEntity(entity, static_cast<unsigned char>(*p++)));
-    }
-}
-
 // Writes `s` escaped at `to`, which has room for the worst case; returns
 // the characters written. Runs without markup, most of any text, are
 // copied whole.
@@ -106,7 +93,7 @@ void Walk(Element& root, Enter enter, Leave leave) {
     }
 }
 
-void Write(const XmlObject& root, std::string& out) {
+void Write(const XmlObject& root, XmlTextWriter& out) {
     // Where each open element's content began: an element that wrote none
     // closes itself.
     std::vector<size_t> contentStarts;
@@ -114,48 +101,44 @@ void Write(const XmlObject& root, std::string& out) {
         root,
         [&](const XmlObject& element) {
             if (!element.name.empty()) {
-                out += '<';
-                out += element.name;
-                for (const auto& attribute : element.GetAttributes()) {
-                    out += ' ';
-                    out += attribute.first;
-                    out.append("=\"", 2);
-                    AppendEscaped(out, attribute.second, kEscape.attribute);
-                    out += '"';
-                }
-                out += '>';
-                contentStarts.push_back(out.size());
+                out.Raw("<").Raw(element.name);
+                for (const auto& attribute : element.GetAttributes())
+                    out.Raw(" ").Raw(attribute.first).Raw("=\"").Attribute(attribute.second).Raw("\"");
+                out.Raw(">");
+                contentStarts.push_back(out.Size());
             }
             // A nameless element is only a holder: its contents take its place.
-            AppendEscaped(out, element.value, kEscape.text);
+            out.Text(element.value);
             return true;
         },
         [&](const XmlObject& element) {
             if (element.name.empty()) return;
-            if (out.size() == contentStarts.back()) {
-                out.back() = '/';
-                out += '>';
+            if (out.Size() == contentStarts.back()) {
+                out.Drop(1);
+                out.Raw("/>");
             } else {
-                out.append("</", 2);
-                out += element.name;
-                out += '>';
+                out.Raw("</").Raw(element.name).Raw(">");
             }
             contentStarts.pop_back();
         });
 }
 
-// The length of the element's text before escaping: enough to size the
-// output of a large tree once instead of growing it step by step, which
-// copies it again and again and, past the allocator's mapping threshold,
-// touches fresh pages each time.
-size_t PlainSize(const XmlObject& root) {
+// The length of the element's text before escaping, and its longest value:
+// enough to size the output of a large tree once instead of growing it step
+// by step, which copies it again and again and, past the allocator's
+// mapping threshold, touches fresh pages each time.
+size_t PlainSize(const XmlObject& root, size_t& longestValue) {
     size_t size = 0;
+    longestValue = 0;
     Walk(
         root,
-        [&size](const XmlObject& element) {
+        [&](const XmlObject& element) {
             size += element.value.size() + 2 * element.name.size() + 5;
-            for (const auto& attribute : element.GetAttributes())
+            longestValue = std::max(longestValue, element.value.size());
+            for (const auto& attribute : element.GetAttributes()) {
                 size += attribute.first.size() + attribute.second.size() + 4;
+                longestValue = std::max(longestValue, attribute.second.size());
+            }
             return true;
         },
         [](const XmlObject&) {});
@@ -426,12 +409,30 @@ std::vector<XmlObject*> XmlObject::FindObjects(const std::string& element) {
 }
 
 std::string XmlObject::GetXmlString() const {
-    std::string out;
-    // A leaf is small; only a tree is worth the extra walk.
-    const size_t plain = children.empty() ? 0 : PlainSize(*this);
-    out.reserve(children.empty() ? 256 : plain + plain / 32 + 64);
+    XmlTextWriter out;
+    // A leaf is small; only a tree is worth the extra walk. The writer makes
+    // room for a whole value's worst case before it escapes it.
+    if (!children.empty()) {
+        size_t longestValue = 0;
+        const size_t plain = PlainSize(*this, longestValue);
+        out.Reserve(plain + plain / 32 + kLongestEntity * longestValue + 64);
+    }
     Write(*this, out);
-    return out;
+    return out.Take();
+}
+
+std::string XmlTextWriter::Take() {
+    std::string text;
+    if (data == local) {
+        text.assign(local, used);
+    } else {
+        heap.resize(used);
+        text.swap(heap);
+    }
+    data = local;
+    capacity = sizeof local;
+    used = 0;
+    return text;
 }
 
 void XmlTextWriter::Grow(size_t size) {
@@ -449,6 +450,13 @@ XmlTextWriter& XmlTextWriter::Attribute(const std::string& value) {
 XmlTextWriter& XmlTextWriter::Text(const std::string& value) {
     used += EscapeInto(Room(kLongestEntity * value.size()), value, kEscape.text);
     return *this;
+}
+
+void AppendWrittenElement(std::string& out, const std::string& element) {
+    if (element.find('\r') == std::string::npos)
+        out += element;
+    else
+        out += XmlObject(element).GetXmlString();
 }
 
 std::string XmlFormatNumber(long long number, int base) {

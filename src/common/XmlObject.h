@@ -82,14 +82,21 @@ private:
     std::vector<std::pair<std::string, std::string>> attributes;
 };
 
+// Appends `element`, the text of one element as GetXmlString writes it, in
+// the form it takes as a child of another element's GetXmlString. That is
+// the text itself, unless it holds a carriage return, which a parse turns
+// into a line feed in element text; then it takes that road.
+void AppendWrittenElement(std::string& out, const std::string& element);
+
 std::string XmlFormatNumber(long long number, int base);
 std::string XmlFormatNumber(unsigned long long number, int base);
 
-// Writes a hot, fixed-form element (an event, an error) straight into text,
-// escaped exactly as GetXmlString escapes attribute values and text. Room
-// for the worst case of each piece is made before it is written, so the
-// characters go in without a check each. Short elements stay in a buffer
-// of the writer's own and cost no allocation until Str copies them out.
+// Writes XML text: GetXmlString writes every tree with it, and hot,
+// fixed-form elements (an event, an error) are written with it straight
+// into text. Room for the worst case of each piece is made before it is
+// written, so the characters go in without a check each. Short elements
+// stay in a buffer of the writer's own and cost no allocation until Str
+// copies them out.
 class XmlTextWriter {
 public:
     XmlTextWriter() = default;
@@ -113,6 +120,16 @@ public:
         return data;
     }
     std::string Str() const { return std::string(data, used); }
+    // The text, taken out of the writer, which is left empty.
+    std::string Take();
+
+    size_t Size() const { return used; }
+    // Forgets the last `count` characters written.
+    void Drop(size_t count) { used -= count; }
+    // Room for `size` characters in all, made at once.
+    void Reserve(size_t size) {
+        if (size > capacity) Grow(size - used);
+    }
 
 private:
     char* Room(size_t size) {

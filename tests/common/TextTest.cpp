@@ -202,6 +202,17 @@ TEST(XmlObject, TreesAMillionLevelsDeepAreConvertedCopiedWrittenSearchedAndFreed
     EXPECT_EQ(parsed.GetXmlString().size(), text.size() - 14);
 }
 
+// An answer is written from its devices' texts as if each had been parsed
+// and added as a child: the same text, also where a parse changes it.
+TEST(XmlObject, WrittenElementsAreAppendedAsTheirParseWouldWriteThem) {
+    for (const char* element : {"<device name=\"a&amp;b\" note=\"&#13;\"><p v=\"1\"/></device>",
+                                "<error key=\"k\">line one\r\nline two\rend</error>"}) {
+        std::string appended = "<answer>";
+        AppendWrittenElement(appended, element);
+        EXPECT_EQ(appended, "<answer>" + XmlObject(element).GetXmlString()) << element;
+    }
+}
+
 TEST(XmlObject, MalformedTextGivesExactError) {
     const std::pair<const char*, const char*> cases[] = {
         {"", "No document element found at offset 0"}, {"  ", "No document element found at offset 2"},

@@ -38,6 +38,15 @@ TEST(ExternalTool, HostileTextStaysOneArgumentAndTheScratchFileIsNoLink) {
     // No child, or under qemu-user (no failed exec reported by posix_spawn) one that exits 127.
     const int missing = RunTool({"no-such-tool-zorbus"});
     EXPECT_TRUE(missing == -1 || (WIFEXITED(missing) && WEXITSTATUS(missing) == 127)) << missing;
+    {  // a tool waited for later: the work beside it happens while it runs, its status comes once
+        RunningTool slow({"sh", "-c", "sleep 0.2; test -e beside"});
+        dir.Write("beside", "");
+        const int status = slow.Wait();
+        EXPECT_TRUE(ToolSucceeded(status)) << status;
+        EXPECT_EQ(slow.Wait(), status);
+        RunningTool gone({"no-such-tool-zorbus"});
+        EXPECT_EQ(gone.Wait(), missing);
+    }
     EXPECT_FALSE(CaptureTool({}, out));
     EXPECT_FALSE(IsPathOperand("-o") || IsPathOperand(""));
     EXPECT_EQ(SplitLikeFgets("ab\ncdefg\nh", 4), (std::vector<std::string>{"ab\n", "cde", "fg\n", "h"}));

@@ -16,7 +16,7 @@ std::string Row(const USBnode* n) {
     if (!n) return "none";
     return n->name + "|" + n->product + "|" + n->manufacturer + "|" + n->speed + "|" + n->version + "|" + n->class_x + "|" +
            std::to_string(n->kind) + "|" + std::to_string(n->maxChildren) +
-           (n->parent && std::count(n->parent->children, n->parent->children + usbMaxSlots, n) != 1 ? "!" : "");
+           (n->parent && std::count(n->parent->children.begin(), n->parent->children.end(), n) != 1 ? "!" : "");
 }
 
 class ParserTest : public ::testing::Test {

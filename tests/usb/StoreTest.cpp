@@ -24,7 +24,8 @@ public:
 USBnode* Child(USBnode* parent, int port) {
     USBnode* child = new USBnode();
     child->parent = parent;
-    return parent->children[port] = child;
+    parent->children.Set(port, child);
+    return child;
 }
 
 // The detail of the PersistenceError that reading the objects back raises.
@@ -130,9 +131,9 @@ TEST_F(UsbStoreTest, DamagedStreamsAreRefused) {
     }
     {  // one node in two child slots: the second is a reference, not an owner
         USBnode root;
-        root.children[1] = Child(&root, 0);
+        root.children.Set(1, Child(&root, 0));
         EXPECT_EQ(ReadFailure({&root}), "reference where an owned object is expected");
-        root.children[1] = nullptr;
+        root.children.Set(1, nullptr);
     }
     USBnode first, second, stray;
     USBnode* inner = Child(&first, 0);
@@ -144,4 +145,49 @@ TEST_F(UsbStoreTest, DamagedStreamsAreRefused) {
     EXPECT_EQ(ReadFailure({&good, &innerTop}), "USB device's tree does not start at its top node");
     EXPECT_EQ(ReadFailure({&good, &strayTop}), "USB device's tree does not start at its top node") << "a top with a parent";
     EXPECT_EQ(ReadFailure({&noNode}), "USB device's node lies outside its tree");
+}
+
+// Slots take room only up to the highest one filled, yet every record still has all 32 and stores all 32, empty
+// ones as null, just as when each was a fixed array.
+TEST(UsbSlots, RoomOnlyForFilledSlotsAndTheStoredFormKeepsAllOfThem) {
+    USBnode root;
+    EXPECT_EQ(root.children.Room(), 0) << "no child, no room";
+    USBnode* child = Child(&root, 7);
+    root.children.Set(20, nullptr);
+    EXPECT_GE(root.children.Room(), 8);
+    EXPECT_LT(root.children.Room(), 21) << "an empty slot set to null makes no room";
+    EXPECT_EQ(root.children[7], child);
+    EXPECT_EQ(root.children[6], nullptr);
+    EXPECT_EQ(root.children[31], nullptr);
+    EXPECT_EQ(root.children[32], nullptr);
+    EXPECT_EQ(root.children[-1], nullptr);
+    EXPECT_THROW(root.children.Set(usbMaxSlots, child), std::out_of_range);
+    EXPECT_EQ(std::count(root.children.begin(), root.children.end(), nullptr), usbMaxSlots - 1);
+
+    root.configurations.Set(0, new USBconfig());
+    root.configurations[0]->maxPower = "100mA";
+    optstream got;
+    root.ReadAndWrite(got, ptWrite, 0);
+    optstream want;
+    want << root.name << root.speed << root.version << root.class_x << root.subClass << root.protocol << root.vendorId
+         << root.productId << root.revisionNumber << root.manufacturer << root.product << root.serialNumber;
+    want << root.busNumber << root.level << root.parentNumber << root.portNumber << root.connectorNumber << root.count
+         << root.deviceNumber << root.maxChildren << root.maxPacketSize << root.numConfigs;
+    for (int i = 0; i < usbMaxSlots; ++i)
+        want << static_cast<const Persistent*>(i == 0 ? root.configurations[0] : nullptr);
+    want.WriteReference(nullptr);
+    for (int i = 0; i < usbMaxSlots; ++i) want << static_cast<const Persistent*>(i == 7 ? child : nullptr);
+    want << static_cast<const Persistent*>(nullptr);
+    EXPECT_EQ(got.GetBuffer(), want.GetBuffer());
+
+    optstream whole;
+    whole << static_cast<const Persistent*>(&root);
+    iptstream in = iptstream::FromMemory(whole.GetBuffer());
+    Persistent* read = nullptr;
+    in >> read;
+    std::unique_ptr<USBnode> back(dynamic_cast<USBnode*>(read));
+    ASSERT_TRUE(back && back->children[7]);
+    EXPECT_EQ(back->children[7]->parent, back.get());
+    EXPECT_EQ(std::count(back->children.begin(), back->children.end(), nullptr), usbMaxSlots - 1);
+    EXPECT_EQ(back->configurations[0]->maxPower, "100mA");
 }

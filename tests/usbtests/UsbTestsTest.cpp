@@ -5,6 +5,8 @@
 #include "tc/usb/linux/DescTest.h"
 #include "tc/usb/linux/LoopbackTest.h"
 #include "tc/usb/linux/SpeedTest.h"
+#include "tc/usb/linux/UsbPortTest.h"
+#include "tc/usb/linux/filewtcmptest.h"
 #include "usb/UsbTestSupport.h"
 
 extern "C" int nvxIsFactory() { return g_factoryMode; }
@@ -116,6 +118,21 @@ TEST_F(UsbTestsTest, CatalogueElements) {
     EXPECT_EQ(speed.GetXmlString(),
               Element("name=\"speedTest\" caption=\"USB 2.0 Speed Test\" description=\"Run speed check on USB 2.0 Bus\"", "010", ""));
     EXPECT_FALSE(desc.LocksDevice() || loopback.LocksDevice() || speed.LocksDevice());
+}
+
+// The file write compare and port tests offer 0 retries in the catalogue;
+// the element a device takes and the test's text are one.
+TEST_F(UsbTestsTest, TestsThatWriteDrivesOfferNoRetries) {
+    FileWriteCompareTest compare(&device);
+    UsbPortTest port(&device);
+    for (::Test* test : {static_cast<::Test*>(&compare), static_cast<::Test*>(&port)}) {
+        test->SetParameters();
+        const XmlObject element(test->GetXmlString());
+        const XmlObject* retries = element.FindFirstMatch(xmldef::parameter, "@name='retries'");
+        ASSERT_NE(retries, nullptr) << test->name;
+        EXPECT_EQ(retries->GetAttributeValue(xmldef::defaultValue), "0") << test->name;
+        EXPECT_EQ(test->CatalogElement().GetXmlString(), test->GetXmlString()) << test->name;
+    }
 }
 
 TEST_F(UsbTestsTest, DescriptorTestPromptsOnceAndCountsAgain) {

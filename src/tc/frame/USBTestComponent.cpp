@@ -1,5 +1,7 @@
 #include "tc/frame/USBTestComponent.h"
 
+#include <cstring>
+
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
@@ -37,20 +39,43 @@ std::string USBTestComponent::ExecuteXMLCommand(const std::string& xml) {
     return TestComponent::ExecuteXMLCommand(xml);
 }
 
+// The answer's element with each device's element written once, straight
+// into it, as if each had been added as a child. Room is made once and
+// generously: pages of it that are never written cost no memory, while
+// growing the answer would copy it and, for a moment, hold it twice.
+class Answer {
+public:
+    Answer(const char* name, size_t devices) : name(name) {
+        text.reserve(2 * std::strlen(name) + 5 + devices * 1024);
+        text.append("<").append(name).append(">");
+    }
+    void Add(const std::string& device) {
+        AppendWrittenElement(text, device);
+        empty = false;
+    }
+    std::string Finish() {
+        if (empty) return std::string("<") + name + "/>";
+        return std::move(text.append("</").append(name).append(">"));
+    }
+
+private:
+    const char* name;
+    std::string text;
+    bool empty = true;
+};
+
 std::string USBTestComponent::Catalog() {
-    XmlObject result;
-    result.name = xmldef::catResult;
     // A template: no node, no discovery. The dispatcher has set
     // buildingCatalog, so the name gets no number.
     USBDevice templateDevice(usbxml::usbDevice, nullptr, false);
-    result.AddObject(XmlObject(templateDevice.ID(true)));
-    return result.GetXmlString();
+    Answer answer(xmldef::catResult, 1);
+    answer.Add(templateDevice.ID(true));
+    return answer.Finish();
 }
 
 std::string USBTestComponent::ID() {
     FindUSBControllers(devices);
-    XmlObject result;
-    result.name = xmldef::idResult;
-    for (Device* device : devices) result.AddObject(XmlObject(device->ID(false)));
-    return result.GetXmlString();
+    Answer answer(xmldef::idResult, devices.size());
+    for (Device* device : devices) answer.Add(device->ID(false));
+    return answer.Finish();
 }

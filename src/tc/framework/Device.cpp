@@ -47,9 +47,10 @@ Device::Device(const std::string& givenName, bool makeUnique) : name(givenName) 
         // Numbers below the component's hint for this base are known to be
         // taken, so a long run of devices of one kind is named in linear time.
         unsigned int number = pTestComponent->NameHint(name);
-        while (pTestComponent->FindDevice(name + strprintf("%u", number))) ++number;
-        pTestComponent->SetNameHint(name, number);
-        name += strprintf("%u", number);
+        while (pTestComponent->FindDevice(name + std::to_string(number))) ++number;
+        // This number is taken from now on: the next device starts above it.
+        pTestComponent->SetNameHint(name, number + 1);
+        name += std::to_string(number);
     }
     if (name != givenName) dbgprintf("Device name changed from %s to %s\n", givenName.c_str(), name.c_str());
 }
@@ -134,7 +135,9 @@ void Device::AddTest(Test* test) {
 
 void Device::AddTestAndId(Test* test, XmlObject& xml) {
     AddTest(test);
-    if (test) xml.AddObject(XmlObject(test->GetXmlString()));
+    // The element itself rather than its text parsed again: a test's text
+    // is its catalogue element written.
+    if (test) xml.children.push_back(test->CatalogElement());
 }
 
 void Device::AddDiagnosis(Diagnosis* diagnosis) {

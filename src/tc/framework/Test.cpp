@@ -113,7 +113,11 @@ void Test::SetParameters() {}
 void Test::DoSetup(const XmlObject&) {}
 void Test::DoCleanup(const XmlObject&) {}
 
-std::string Test::GetXmlString() const {
+int Test::OfferedRetries() const { return 1; }
+
+std::string Test::GetXmlString() const { return CatalogElement().GetXmlString(); }
+
+XmlObject Test::CatalogElement() const {
     XmlObject element;
     element.name = xmldef::test;
     element.SetAttribute(xmldef::name, name);
@@ -144,11 +148,11 @@ std::string Test::GetXmlString() const {
         retriesParameter.SetAttribute(xmldef::type, xmldef::int_x);
         retriesParameter.SetAttribute(xmldef::min, 0, 10);
         retriesParameter.SetAttribute(xmldef::max, 5, 10);
-        retriesParameter.SetAttribute(xmldef::defaultValue, 1, 10);
-        element.AddObject(retriesParameter);
+        retriesParameter.SetAttribute(xmldef::defaultValue, OfferedRetries(), 10);
+        element.children.push_back(std::move(retriesParameter));
     }
-    element.AddObject(parameters.ToXml());
-    return element.GetXmlString();
+    element.children.push_back(parameters.ToXml());
+    return element;
 }
 
 // ---- the run ----

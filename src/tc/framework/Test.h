@@ -74,8 +74,15 @@ public:
     virtual bool LocksDevice();
     // Default implementation: the device is locked.
     virtual bool IsBlocked() const;
-    // The catalogue element.
+    // The catalogue element as text: CatalogElement written.
     virtual std::string GetXmlString() const;
+    // The catalogue element: the test's flags, the retries parameter and the
+    // parameter list. A device takes it as it is, not through its text.
+    XmlObject CatalogElement() const;
+    // The default of the retries parameter that the catalogue offers.
+    // Default implementation returns 1, what a run takes without the
+    // attribute.
+    virtual int OfferedRetries() const;
     // Fills and adds the parameters; runs when the device takes the test and
     // at the start of every run. Default implementation does nothing.
     virtual void SetParameters();

@@ -22,7 +22,7 @@ int PortsOf(const USBnode* node) { return std::max(0, std::min<int>(node->maxChi
 
 // The set owns the device from here on; a device whose name is taken goes.
 void Insert(DeviceSet* devices, std::unique_ptr<USBDevice> device) {
-    if (devices->insert(device.get()).second) device.release();
+    if (InsertDevice(*devices, device.get())) device.release();
 }
 
 // Keeps the tree alive while devices are made from it, and frees it at the
@@ -56,7 +56,58 @@ bool IsFirstLineOfDevice(const char* line) {
            std::strstr(line, lsusbKeywords[kwID]);
 }
 
+// The reader's text from its start, cut into device blocks in one read as
+// getVecDeviceInfo documents; `sawDevice` tells whether any line was a
+// device's first line (what getNumberOfUSBDevices counts). With `deferTrace`
+// the trace is written only once such a line has shown up: a text without
+// one leaves no trace, as when it was counted before it was cut.
+std::vector<std::string> CutBlocks(USBInfoReader& reader, bool deferTrace, bool& sawDevice) {
+    if (!reader.open()) throw TvkError("Error Creating File", "", "");
+    // One open of the trace for the whole text rather than one a line.
+    USBInfoReader::TraceHold trace(reader, !deferTrace);
+    char buffer[USBInfoReader::lineBufferSize];
+    std::memset(buffer, 0, sizeof buffer);
+    std::vector<std::string> blocks;
+    std::string block;
+    bool recording = false;
+    sawDevice = false;
+    while (reader.moreLines()) {
+        const bool read = reader.readLine(buffer) != nullptr;
+        buffer[sizeof buffer - 1] = '\0';
+        // Each line is reformatted straight behind the block (which is empty
+        // while none is recorded) and taken back if no block takes it.
+        const size_t at = block.size();
+        reader.reformatLineInto(buffer, block);
+        const char* const line = block.c_str() + at;
+        // A device's first line and a status line both hold "Device", which
+        // most lines do not: one search settles both for those.
+        const char* const device = std::strstr(line, lsusbKeywords[kwDevice]);
+        if (device && IsFirstLineOfDevice(line)) {
+            recording = true;
+            if (!sawDevice) trace.Open();
+            sawDevice = true;
+        }
+        // The first "Device Status:" cannot stand before the first "Device".
+        const bool status = device && std::strstr(device, lsusbKeywords[kwDeviceStatus]) != nullptr;
+        if (!recording) block.resize(at);
+        if (status) {
+            // A copy of its own size; the block keeps its room for the next.
+            blocks.push_back(block);
+            recording = false;
+            block.clear();
+        }
+        if (!read && reader.moreLines()) break;  // a read error, not the end
+    }
+    return blocks;
+}
+
 }  // namespace
+
+bool InsertDevice(DeviceSet& devices, Device* device) {
+    const size_t before = devices.size();
+    devices.insert(devices.end(), device);
+    return devices.size() != before;
+}
 
 void FindUSBControllers(DeviceSet& devices) {
     USBInfoReader reader;
@@ -152,14 +203,18 @@ void USBDeviceAdder::AddExternalHubDevice(DeviceSet* devices, USBnode* hub) {
 
 int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
     ReaderCloser closer(reader);
-    const int count = getNumberOfUSBDevices(reader);
-    if (count == 0) throw TvkError("Device Failed Enumeration", "", "");
-    std::vector<std::string> blocks;
-    blocks.reserve(static_cast<size_t>(count));
-    blocks = getVecDeviceInfo(reader);
-    RunTool({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit, ToolOutput::discard);
+    // Counted and cut in one read of the text: a text without a device
+    // fails as its count of 0 did, before any trace is written.
+    bool sawDevice = false;
+    std::vector<std::string> blocks = CutBlocks(reader, true, sawDevice);
+    if (!sawDevice) throw TvkError("Device Failed Enumeration", "", "");
+    // The devices are made while mount runs; the road ends when it has.
+    RunningTool mount({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit,
+                      ToolOutput::discard);
     // The device of each block: the one place where this road makes devices.
-    for (const std::string& block : blocks) AddLsusbDevice(devices, block);
+    // Each takes its block over, so the text is not held twice.
+    for (std::string& block : blocks) AddLsusbDevice(devices, std::move(block));
+    mount.Wait();
     return 0;
 }
 
@@ -180,24 +235,6 @@ int getNumberOfUSBDevices(USBInfoReader& reader) {
 }
 
 std::vector<std::string> getVecDeviceInfo(USBInfoReader& reader) {
-    if (!reader.open()) throw TvkError("Error Creating File", "", "");
-    char buffer[USBInfoReader::lineBufferSize];
-    std::memset(buffer, 0, sizeof buffer);
-    std::vector<std::string> blocks;
-    std::string block;
-    bool recording = false;
-    while (reader.moreLines()) {
-        const bool read = reader.readLine(buffer) != nullptr;
-        buffer[sizeof buffer - 1] = '\0';
-        const std::string line = reader.reformatLine(buffer);
-        if (IsFirstLineOfDevice(line.c_str())) recording = true;
-        if (recording) block += line;
-        if (line.find(lsusbKeywords[kwDeviceStatus]) != std::string::npos) {
-            blocks.push_back(block);
-            recording = false;
-            block.clear();
-        }
-        if (!read && reader.moreLines()) break;  // a read error, not the end
-    }
-    return blocks;
+    bool sawDevice = false;
+    return CutBlocks(reader, false, sawDevice);
 }

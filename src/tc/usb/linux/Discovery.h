@@ -26,6 +26,11 @@ int getNumberOfUSBDevices(USBInfoReader& reader);
 // line through its "Device Status:" line.
 std::vector<std::string> getVecDeviceInfo(USBInfoReader& reader);
 
+// Inserts a device whose name sorts behind those already there in constant
+// time (discovery names its devices in rising order), any other in the
+// set's usual time; false when the name is taken.
+bool InsertDevice(DeviceSet& devices, Device* device);
+
 class USBDeviceAdder {
 public:
     USBnode* root = nullptr;  // the tree's root; placeholder of empty ports

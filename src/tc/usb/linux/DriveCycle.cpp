@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <map>
@@ -320,6 +321,8 @@ std::vector<std::string> SavedFilesIn(const std::string& directory) {
 
 std::mutex heldLock;
 std::vector<RecoveryEvent> held;
+// Every command asks; almost always there is nothing, and no lock is taken.
+std::atomic<bool> anyHeld{false};
 
 }  // namespace
 
@@ -477,13 +480,17 @@ std::vector<RecoveryEvent> RecoverSavedDrives(const std::string& directory) {
 }
 
 void HoldRecoveryEvents(const std::vector<RecoveryEvent>& events) {
+    if (events.empty()) return;
     std::lock_guard<std::mutex> hold(heldLock);
     held.insert(held.end(), events.begin(), events.end());
+    anyHeld = true;
 }
 
 std::vector<RecoveryEvent> TakeHeldRecoveryEvents() {
-    std::lock_guard<std::mutex> hold(heldLock);
     std::vector<RecoveryEvent> events;
+    if (!anyHeld.load(std::memory_order_acquire)) return events;
+    std::lock_guard<std::mutex> hold(heldLock);
     events.swap(held);
+    anyHeld = false;
     return events;
 }

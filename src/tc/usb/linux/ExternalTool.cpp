@@ -35,7 +35,7 @@ int Spawn(const std::vector<std::string>& argv, int stdoutFd, ToolOutput stdoutM
     return rc == 0 ? 0 : -1;
 }
 
-int Wait(pid_t child) {
+int WaitFor(pid_t child) {
     int status = 0;
     for (;;) {
         if (waitpid(child, &status, 0) == child) return status;
@@ -48,7 +48,21 @@ int Wait(pid_t child) {
 int RunTool(const std::vector<std::string>& argv, int stdoutFd, ToolOutput stdoutMode, ToolOutput stderrMode) {
     pid_t child = 0;
     if (Spawn(argv, stdoutFd, stdoutMode, stderrMode, child) != 0) return -1;
-    return Wait(child);
+    return WaitFor(child);
+}
+
+RunningTool::RunningTool(const std::vector<std::string>& argv, int stdoutFd, ToolOutput stdoutMode,
+                         ToolOutput stderrMode) {
+    pid_t started = 0;
+    if (Spawn(argv, stdoutFd, stdoutMode, stderrMode, started) == 0) child = started;
+}
+
+int RunningTool::Wait() {
+    if (child > 0) {
+        status = WaitFor(child);
+        child = -1;
+    }
+    return status;
 }
 
 bool ToolSucceeded(int status) { return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0; }
@@ -74,7 +88,7 @@ bool CaptureTool(const std::vector<std::string>& argv, std::string& output) {
         }
     }
     close(pipeFds[0]);
-    Wait(child);
+    WaitFor(child);
     return true;
 }
 

@@ -16,6 +16,23 @@ enum class ToolOutput { inherit, discard };
 int RunTool(const std::vector<std::string>& argv, int stdoutFd = -1, ToolOutput stdoutMode = ToolOutput::inherit,
             ToolOutput stderrMode = ToolOutput::inherit);
 
+// A tool started as RunTool starts it, and waited for when the work that
+// may go on beside it is done (at the latest when the object goes).
+class RunningTool {
+public:
+    RunningTool(const std::vector<std::string>& argv, int stdoutFd = -1, ToolOutput stdoutMode = ToolOutput::inherit,
+                ToolOutput stderrMode = ToolOutput::inherit);
+    ~RunningTool() { Wait(); }
+    RunningTool(const RunningTool&) = delete;
+    RunningTool& operator=(const RunningTool&) = delete;
+    // RunTool's result; the same on every later call.
+    int Wait();
+
+private:
+    int child = -1;
+    int status = -1;
+};
+
 // True when `status` (from RunTool) says the tool ran and exited with 0.
 bool ToolSucceeded(int status);
 

@@ -2,10 +2,11 @@
 
 #include <memory>
 
+#include "tc/usb/linux/Discovery.h"
 #include "tc/usb/linux/newUSBDevice.h"
 
-void AddLsusbDevice(DeviceSet& devices, const std::string& block) {
-    std::unique_ptr<newUSBDevice> device(new newUSBDevice(block));
+void AddLsusbDevice(DeviceSet& devices, std::string block) {
+    std::unique_ptr<newUSBDevice> device(new newUSBDevice(std::move(block)));
     // The set owns the device from here on; one whose name is taken goes.
-    if (devices.insert(device.get()).second) device.release();
+    if (InsertDevice(devices, device.get())) device.release();
 }

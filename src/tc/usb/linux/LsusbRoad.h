@@ -8,4 +8,4 @@
 
 // Makes the device for one block (reformatted lines from its first line
 // through "Device Status:") and inserts it into `devices`.
-void AddLsusbDevice(DeviceSet& devices, const std::string& block);
+void AddLsusbDevice(DeviceSet& devices, std::string block);

@@ -1,5 +1,6 @@
 #include "tc/usb/linux/USBDevice.h"
 
+#include <cctype>
 #include <cstdio>
 
 #include "common/StringTokenizer.h"
@@ -27,7 +28,8 @@ namespace {
 // (xafTechnical) is marked with this value.
 const int technicalPropertyFlags = 1;
 
-std::string Number(int value) { return strprintf("%d", value); }
+// Decimal, as "%d" writes it; without a format to read for every device.
+std::string Number(int value) { return std::to_string(value); }
 
 // The version text of a controller's ports, by its VersionNumber.
 std::string VersionText(int versionNumber) {
@@ -37,6 +39,28 @@ std::string VersionText(int versionNumber) {
         case 20: return "2.00";
         default: return std::string();
     }
+}
+
+// sscanf(text, "%d.%d", &major, &minor), each left as it is when not read.
+// The kernel's form (" 2.00") is read here, anything else by sscanf.
+void ReadVersion(const std::string& text, int& major, int& minor) {
+    const char* at = text.c_str();
+    while (std::isspace(static_cast<unsigned char>(*at))) ++at;
+    int digits[2] = {0, 0};
+    for (int part = 0; part < 2; ++part) {
+        int count = 0;
+        for (; count < 9 && std::isdigit(static_cast<unsigned char>(at[count])); ++count)
+            digits[part] = digits[part] * 10 + (at[count] - '0');
+        at += count;
+        // Nine digits fit; a sign, blanks behind the point or a longer
+        // number are sscanf's.
+        if (count == 0 || std::isdigit(static_cast<unsigned char>(*at)) || (part == 0 && *at++ != '.')) {
+            std::sscanf(text.c_str(), "%d.%d", &major, &minor);
+            return;
+        }
+    }
+    major = digits[0];
+    minor = digits[1];
 }
 
 }  // namespace
@@ -164,7 +188,7 @@ void USBDevice::id_field(XmlObject& xml) {
         xml.AddProperty(usbxml::HubNumber, Translate("Hub Number"), Number(fieldHubCounter), 0);
     else
         xml.AddProperty(usbxml::portNum,
-                        strprintf("%s %d %s", Translate("Hub Number").c_str(), fieldHubCounter, usbxml::portNum),
+                        Translate("Hub Number") + " " + Number(fieldHubCounter) + " " + usbxml::portNum,
                         node->portNumber + 1, 0);
     if (node->maxChildren > 0)
         xml.AddProperty(usbxml::PortTotal, Translate("Total Number of Ports"), node->maxChildren,
@@ -174,7 +198,7 @@ void USBDevice::id_field(XmlObject& xml) {
 void USBDevice::id_factory(XmlObject& xml) {
     int major = 0;
     int minor = 0;
-    std::sscanf(node->version.c_str(), "%d.%d", &major, &minor);
+    ReadVersion(node->version, major, minor);
     const int version = major * 100 + minor;
 
     std::string caption;

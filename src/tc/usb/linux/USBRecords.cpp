@@ -9,27 +9,49 @@ namespace {
 const int maxParentWalk = 300;
 
 template <class T>
-void DeleteSlots(T* (&slots)[usbMaxSlots]) {
-    for (T*& slot : slots) {
-        delete slot;
-        slot = nullptr;
+void DeleteSlots(UsbSlots<T>& slots) {
+    for (int i = 0; i < slots.Room(); ++i) delete slots[i];
+    slots.Clear();
+}
+
+// Deep copies; `to` is empty.
+template <class T>
+void CopySlots(UsbSlots<T>& to, const UsbSlots<T>& from) {
+    for (int i = 0; i < from.Room(); ++i) {
+        if (!from[i]) continue;
+        T* copy = new T(*from[i]);
+        try {
+            to.Set(i, copy);
+        } catch (...) {
+            delete copy;
+            throw;
+        }
     }
 }
 
+// Always all usbMaxSlots slots, empty ones as null: the stored form does not
+// depend on how much room the slots had.
 template <class T>
-void CopySlots(T* (&to)[usbMaxSlots], T* const (&from)[usbMaxSlots]) {
-    for (int i = 0; i < usbMaxSlots; ++i) to[i] = from[i] ? new T(*from[i]) : nullptr;
-}
-
-template <class T>
-void WriteSlots(optstream& out, T* const (&slots)[usbMaxSlots]) {
+void WriteSlots(optstream& out, const UsbSlots<T>& slots) {
     for (const T* slot : slots) out << static_cast<const Persistent*>(slot);
 }
 
 // Every slot is an owned object: a reference in its place is refused.
+// `slots` is empty; a record read is in its slot before anything else can
+// fail, so that its owner frees it.
 template <class T>
-void ReadSlots(iptstream& in, T* (&slots)[usbMaxSlots]) {
-    for (T*& slot : slots) in.ReadOwned(slot);
+void ReadSlots(iptstream& in, UsbSlots<T>& slots) {
+    for (int i = 0; i < usbMaxSlots; ++i) {
+        T* slot = nullptr;
+        in.ReadOwned(slot);
+        if (!slot) continue;
+        try {
+            slots.Set(i, slot);
+        } catch (...) {
+            delete slot;
+            throw;
+        }
+    }
 }
 
 }  // namespace
@@ -192,8 +214,8 @@ void USBnode::DeleteRecords() {
 void USBnode::CopyRecordsFrom(const USBnode& other) {
     CopySlots(configurations, other.configurations);
     CopySlots(children, other.children);
-    for (USBnode* child : children)
-        if (child) child->parent = this;
+    for (int i = 0; i < children.Room(); ++i)
+        if (children[i]) children[i]->parent = this;
     bandwidth = other.bandwidth ? new USBbandwidth(*other.bandwidth) : nullptr;
 }
 
@@ -228,13 +250,10 @@ void USBnode::CopyFromPointer(const Persistent* other) {
     hubFlag = copy.hubFlag;
     kind = copy.kind;
     // Take over the copy's records instead of copying them again.
-    for (int i = 0; i < usbMaxSlots; ++i) {
-        configurations[i] = copy.configurations[i];
-        copy.configurations[i] = nullptr;
-        children[i] = copy.children[i];
-        copy.children[i] = nullptr;
+    configurations.Swap(copy.configurations);
+    children.Swap(copy.children);
+    for (int i = 0; i < children.Room(); ++i)
         if (children[i]) children[i]->parent = this;
-    }
     bandwidth = copy.bandwidth;
     copy.bandwidth = nullptr;
 }
@@ -249,11 +268,19 @@ void USBnode::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
             maxChildren >> maxPacketSize >> numConfigs;
         ReadSlots(in, configurations);
         in.ReadReference(parent);
-        for (USBnode*& child : children) {
+        for (int i = 0; i < usbMaxSlots; ++i) {
+            USBnode* child = nullptr;
             in.ReadOwned(child);
+            if (!child) continue;
+            try {
+                children.Set(i, child);
+            } catch (...) {
+                delete child;
+                throw;
+            }
             // The child is this node's now (and goes with it on a failure);
             // its back pointer must say so.
-            if (child && child->parent != this) throw PersistenceError("USB node stored under a node not its parent");
+            if (child->parent != this) throw PersistenceError("USB node stored under a node not its parent");
         }
         in.ReadOwned(bandwidth);
     } else {

@@ -1,7 +1,7 @@
 // The in-memory model of the kernel's devices file: a tree of USBnode
 // records (root hubs, hubs, devices) with their configurations, interfaces,
-// endpoints and the bus bandwidth line. Every collection is a fixed array of
-// 32 slots, null for an empty one.
+// endpoints and the bus bandwidth line. Every collection has 32 numbered
+// slots, null for an empty one; room is made only for slots that were filled.
 //
 // Ownership: a node owns its bandwidth record, configurations and children;
 // a configuration owns its interfaces, an interface its endpoints. `parent`
@@ -14,8 +14,12 @@
 // the stream, so a damaged file can give no record two owners.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "common/Persistent.h"
 
@@ -24,8 +28,91 @@ class USBinterface;
 class USBendpoint;
 class USBbandwidth;
 
-// Slots in every array of the tree, and the bound of a topology level.
+// Slots in every collection of the tree, and the bound of a topology level.
 const int usbMaxSlots = 32;
+
+// usbMaxSlots numbered slots, each null or a record. A large machine has
+// thousands of nodes and most of their slots stay empty (a device's
+// children, its configurations past the first), so room is made only up to
+// the highest slot filled so far. The slots do not own the records: their
+// owner deletes them.
+template <class T>
+class UsbSlots {
+public:
+    UsbSlots() = default;
+    ~UsbSlots() { delete[] items; }
+    UsbSlots(const UsbSlots&) = delete;
+    UsbSlots& operator=(const UsbSlots&) = delete;
+
+    // Null for an empty slot and for a number outside 0..usbMaxSlots-1.
+    T* operator[](int i) const { return i >= 0 && i < room ? items[i] : nullptr; }
+    // Fills slot i, 0..usbMaxSlots-1 (std::out_of_range for another).
+    void Set(int i, T* item);
+    // Every slot empty again and the room given back; records not deleted.
+    void Clear() {
+        delete[] items;
+        items = nullptr;
+        room = 0;
+    }
+    // The slots below this number may hold a record; those above are empty.
+    int Room() const { return room; }
+    // Exchanges all slots with `other`.
+    void Swap(UsbSlots& other) noexcept {
+        std::swap(items, other.items);
+        std::swap(room, other.room);
+    }
+
+    // All usbMaxSlots slots in order, empty ones as null.
+    class const_iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = T*;
+        using difference_type = std::ptrdiff_t;
+        using pointer = T* const*;
+        using reference = T*;
+        const_iterator(const UsbSlots* slots, int i) : slots(slots), i(i) {}
+        T* operator*() const { return (*slots)[i]; }
+        const_iterator& operator++() {
+            ++i;
+            return *this;
+        }
+        const_iterator operator++(int) {
+            const_iterator before = *this;
+            ++i;
+            return before;
+        }
+        bool operator==(const const_iterator& other) const { return i == other.i; }
+        bool operator!=(const const_iterator& other) const { return i != other.i; }
+
+    private:
+        const UsbSlots* slots;
+        int i;
+    };
+    const_iterator begin() const { return const_iterator(this, 0); }
+    const_iterator end() const { return const_iterator(this, usbMaxSlots); }
+
+private:
+    T** items = nullptr;
+    int room = 0;
+};
+
+template <class T>
+void UsbSlots<T>::Set(int i, T* item) {
+    if (i < 0 || i >= usbMaxSlots) throw std::out_of_range("USB slot number out of range");
+    if (i >= room) {
+        if (!item) return;
+        // Doubling: ports and controllers are mostly filled in rising order.
+        int grown = room > 0 ? room : 1;
+        while (grown <= i) grown *= 2;
+        if (grown > usbMaxSlots) grown = usbMaxSlots;
+        T** more = new T*[grown]();
+        for (int k = 0; k < room; ++k) more[k] = items[k];
+        delete[] items;
+        items = more;
+        room = grown;
+    }
+    items[i] = item;
+}
 
 class USBendpoint : public Persistent {
 public:
@@ -55,7 +142,7 @@ public:
     int32_t subClass = 0;
     int32_t protocol = 0;
     bool driverAttached = false;
-    USBendpoint* endpoints[usbMaxSlots] = {};
+    UsbSlots<USBendpoint> endpoints;
 
     USBinterface() = default;
     USBinterface(const USBinterface& other);
@@ -75,7 +162,7 @@ public:
     int32_t numInterfaces = 0;
     int32_t attributes = 0;
     std::string maxPower;
-    USBinterface* interfaces[usbMaxSlots] = {};
+    UsbSlots<USBinterface> interfaces;
 
     USBconfig() = default;
     USBconfig(const USBconfig& other);
@@ -133,9 +220,9 @@ public:
     int32_t maxChildren = 0;
     int32_t maxPacketSize = 0;
     int32_t numConfigs = 0;
-    USBconfig* configurations[usbMaxSlots] = {};
+    UsbSlots<USBconfig> configurations;
     USBnode* parent = nullptr;
-    USBnode* children[usbMaxSlots] = {};
+    UsbSlots<USBnode> children;
     USBbandwidth* bandwidth = nullptr;
     // Not stored.
     int32_t hubFlag = 0;

@@ -44,6 +44,98 @@ const unsigned long opticalDriveProduct = 0x0840;
 
 bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
 
+// Where `key` first stands in `line`, as strstr finds it; null without it.
+// The key's first character is looked for with strchr and the rest compared
+// there: lines are short and most keys' first letters rare in them.
+template <size_t N>
+const char* Find(const char* line, const char (&key)[N]) {
+    static_assert(N >= 2, "a key has a character at least");
+    for (const char* at = std::strchr(line, key[0]); at; at = std::strchr(at + 1, key[0]))
+        if (std::strncmp(at + 1, key + 1, N - 2) == 0) return at;
+    return nullptr;
+}
+
+bool IsDigit(char c, int base) {
+    if (c >= '0' && c <= '9') return true;
+    return base == 16 && ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'));
+}
+
+int DigitValue(char c) {
+    if (c <= '9') return c - '0';
+    return (c | 0x20) - 'a' + 10;
+}
+
+// strtol(text, nullptr, base) held to 32 bits. The usual forms (blanks, then
+// a few digits) are read here; anything else (signs, other white space, a
+// "0x", long runs of digits) is left to strtol itself.
+int Number(const char* text, int base) {
+    const char* at = text;
+    while (*at == ' ') ++at;
+    if (IsDigit(*at, base) && !(base == 16 && at[0] == '0' && (at[1] == 'x' || at[1] == 'X'))) {
+        // Seven hex digits or nine decimal ones fit in an int.
+        const int most = base == 16 ? 7 : 9;
+        int value = 0, count = 0;
+        for (; count < most && IsDigit(at[count], base); ++count) value = value * base + DigitValue(at[count]);
+        if (!IsDigit(at[count], base)) return value;
+    }
+    const long value = std::strtol(text, nullptr, base);
+    // Held to 32 bits, as strtol itself does on the 32-bit target.
+    if (value > INT_MAX) return INT_MAX;
+    if (value < INT_MIN) return INT_MIN;
+    return static_cast<int>(value);
+}
+
+template <size_t N>
+int IntAfter(const char* line, const char (&key)[N], int base) {
+    const char* found = Find(line, key);
+    return found ? Number(found + N - 1, base) : 0;
+}
+
+template <size_t N>
+void StringAfter(std::string& target, const char* line, const char (&key)[N], size_t maxLength) {
+    const char* found = Find(line, key);
+    if (!found) return;
+    const char* value = found + N - 1;
+    target.assign(value, strnlen(value, maxLength));
+}
+
+// The device classes of a "D:" or "I:" line's "Cls=" value, in the order in
+// which they are tried: the first whose code stands anywhere in the value
+// wins.
+const struct {
+    char code[2];  // the two characters before a "("
+    const char* name;
+    int kind;
+    bool hub;
+} deviceClasses[] = {
+    {{'0', '0'}, "USB Interface", usbKindInterfaceDevice, false},
+    {{'0', '1'}, "USB Audio Device", 0, false},
+    {{'0', '2'}, "USB Communications Device", 0, false},
+    {{'0', '3'}, "USB hid", 0, false},
+    {{'0', '5'}, "USB Hub", 0, false},
+    {{'0', '6'}, "USB pid", 0, false},
+    {{'0', '7'}, "USB Printer", 0, false},
+    {{'0', '8'}, "USB storage", 0, false},
+    {{'0', 'a'}, "USB data", 0, false},
+    {{'0', '9'}, "USB Hub", usbKindHub, true},
+    {{'f', 'f'}, "Vendor", 0, false},
+};
+const int deviceClassCount = sizeof deviceClasses / sizeof deviceClasses[0];
+
+// The first class of the table whose code and "(" stand in `value`;
+// deviceClassCount for none. One pass over the value's "(" instead of a
+// search for every class.
+int ClassOf(const std::string& value) {
+    int best = deviceClassCount;
+    for (size_t open = value.find('(', 2); open != std::string::npos; open = value.find('(', open + 1))
+        for (int k = 0; k < best; ++k)
+            if (value[open - 2] == deviceClasses[k].code[0] && value[open - 1] == deviceClasses[k].code[1]) {
+                best = k;
+                break;
+            }
+    return best;
+}
+
 }  // namespace
 
 void ResetUsbDiscoveryStateForTests() {
@@ -63,12 +155,7 @@ void USBtree::GetString(std::string& target, const char* line, const char* key, 
 
 int USBtree::GetInt(const char* line, const char* key, int base) {
     const char* found = std::strstr(line, key);
-    if (!found) return 0;
-    const long value = std::strtol(found + std::strlen(key), nullptr, base);
-    // Held to 32 bits, as strtol itself does on the 32-bit target.
-    if (value > INT_MAX) return INT_MAX;
-    if (value < INT_MIN) return INT_MIN;
-    return static_cast<int>(value);
+    return found ? Number(found + std::strlen(key), base) : 0;
 }
 
 // ---- tree life ----
@@ -198,14 +285,14 @@ USBnode* USBtree::AddDevice(const char* line) {
         dbgprintf("Unable to allocate memory to USBnode object!\n");
         FailDiscovery();
     }
-    node->busNumber = GetInt(line, "Bus=", 10);
-    node->level = GetInt(line, "Lev=", 10);
-    node->parentNumber = GetInt(line, "Prnt=", 10);
-    node->portNumber = GetInt(line, "Port=", 10);
-    node->count = GetInt(line, "Cnt=", 10);
-    node->deviceNumber = GetInt(line, "Dev#=", 10);
-    node->maxChildren = GetInt(line, "MxCh=", 10);
-    switch (GetInt(line, "Spd=", 10)) {
+    node->busNumber = IntAfter(line, "Bus=", 10);
+    node->level = IntAfter(line, "Lev=", 10);
+    node->parentNumber = IntAfter(line, "Prnt=", 10);
+    node->portNumber = IntAfter(line, "Port=", 10);
+    node->count = IntAfter(line, "Cnt=", 10);
+    node->deviceNumber = IntAfter(line, "Dev#=", 10);
+    node->maxChildren = IntAfter(line, "MxCh=", 10);
+    switch (IntAfter(line, "Spd=", 10)) {
         case 12: node->speed = "12 MBit/s"; break;
         case 1: node->speed = "1.5 MBit/s"; break;  // "1.5": the number stops at the point
         case 480: node->speed = "480 MBit/s"; break;
@@ -223,7 +310,8 @@ USBnode* USBtree::AddDevice(const char* line) {
         if (root->maxChildren >= usbMaxSlots)
             FailDiscovery(strprintf("more than %d host controllers", usbMaxSlots));
         node->parent = root;
-        root->children[root->maxChildren++] = node.get();
+        root->children.Set(root->maxChildren, node.get());
+        ++root->maxChildren;
         hubAtLevel[0] = node.get();
         return node.release();
     }
@@ -241,7 +329,7 @@ USBnode* USBtree::AddDevice(const char* line) {
     if (candidate->children[node->portNumber])
         FailDiscovery(strprintf("two devices on Port=%d of one hub", node->portNumber));
     node->parent = candidate;
-    candidate->children[node->portNumber] = node.get();
+    candidate->children.Set(node->portNumber, node.get());
     // Only a node that made it into the tree may serve as a later parent.
     if (node->maxChildren != 0) hubAtLevel[node->level] = node.get();
     return node.release();
@@ -250,24 +338,27 @@ USBnode* USBtree::AddDevice(const char* line) {
 void USBtree::GetBandwidth(const char* line, USBnode* node) {
     if (!node) return;
     USBbandwidth* bandwidth = new USBbandwidth();
-    bandwidth->allocated = GetInt(line, "Alloc=", 10);
-    bandwidth->total = GetInt(line, "/", 10);
-    bandwidth->percent = GetInt(line, "us (", 10);
-    bandwidth->irq = GetInt(line, "#Int=", 10);
-    bandwidth->isocrq = GetInt(line, "#Iso=", 10);
+    bandwidth->allocated = IntAfter(line, "Alloc=", 10);
+    bandwidth->total = IntAfter(line, "/", 10);
+    bandwidth->percent = IntAfter(line, "us (", 10);
+    bandwidth->irq = IntAfter(line, "#Int=", 10);
+    bandwidth->isocrq = IntAfter(line, "#Iso=", 10);
     delete node->bandwidth;
     node->bandwidth = bandwidth;
 }
 
 void USBtree::AddConfig(const char* line, USBnode* node) {
     if (!node) return;
-    for (USBconfig*& slot : node->configurations) {
-        if (slot) continue;
-        slot = new USBconfig();
-        slot->numInterfaces = GetInt(line, "#Ifs=", 10);
-        slot->configNumber = GetInt(line, "Cfg#=", 10);
-        slot->attributes = GetInt(line, "Atr=", 16);
-        GetString(slot->maxPower, line, "MxPwr=", 10);
+    for (int i = 0; i < usbMaxSlots; ++i) {
+        if (node->configurations[i]) continue;
+        std::unique_ptr<USBconfig> made(new USBconfig());
+        USBconfig* slot = made.get();
+        node->configurations.Set(i, slot);
+        made.release();
+        slot->numInterfaces = IntAfter(line, "#Ifs=", 10);
+        slot->configNumber = IntAfter(line, "Cfg#=", 10);
+        slot->attributes = IntAfter(line, "Atr=", 16);
+        StringAfter(slot->maxPower, line, "MxPwr=", 10);
         return;
     }
     dbgprintf("Too many configs for this device.\n");
@@ -276,52 +367,34 @@ void USBtree::AddConfig(const char* line, USBnode* node) {
 void USBtree::GetDeviceInformation(const char* line, USBnode* node) {
     if (!node) return;
     node->hubFlag = 0;
-    GetString(node->version, line, "Ver=", 5);
-    GetString(node->class_x, line, "Cls=", 29);
-    GetString(node->subClass, line, "Sub=", 2);
-    GetString(node->protocol, line, "Prot=", 2);
+    StringAfter(node->version, line, "Ver=", 5);
+    StringAfter(node->class_x, line, "Cls=", 29);
+    StringAfter(node->subClass, line, "Sub=", 2);
+    StringAfter(node->protocol, line, "Prot=", 2);
 
-    static const struct {
-        const char* code;
-        const char* name;
-        int kind;
-        bool hub;
-    } classes[] = {
-        {"00(", "USB Interface", usbKindInterfaceDevice, false},
-        {"01(", "USB Audio Device", 0, false},
-        {"02(", "USB Communications Device", 0, false},
-        {"03(", "USB hid", 0, false},
-        {"05(", "USB Hub", 0, false},
-        {"06(", "USB pid", 0, false},
-        {"07(", "USB Printer", 0, false},
-        {"08(", "USB storage", 0, false},
-        {"0a(", "USB data", 0, false},
-        {"09(", "USB Hub", usbKindHub, true},
-        {"ff(", "Vendor", 0, false},
-    };
-    const char* className = "Unknown Device";  // also for "11(" (USB-IF billboard and the like)
-    for (const auto& entry : classes) {
-        if (!Contains(node->class_x, entry.code)) continue;
-        className = entry.name;
-        if (entry.kind) node->kind = entry.kind;
-        if (entry.hub) node->hubFlag = 1;
-        break;
+    const int found = ClassOf(node->class_x);
+    // No class (also "11(": USB-IF billboard and the like) is an unknown one.
+    const char* className = "Unknown Device";
+    if (found < deviceClassCount) {
+        className = deviceClasses[found].name;
+        if (deviceClasses[found].kind) node->kind = deviceClasses[found].kind;
+        if (deviceClasses[found].hub) node->hubFlag = 1;
     }
     node->class_x = Translate(className);
-    node->maxPacketSize = GetInt(line, "MxPS=", 10);
-    node->numConfigs = GetInt(line, "#Cfgs=", 10);
+    node->maxPacketSize = IntAfter(line, "MxPS=", 10);
+    node->numConfigs = IntAfter(line, "#Cfgs=", 10);
 }
 
 void USBtree::GetMoreDeviceInformation(const char* line, USBnode* node) {
     if (!node) return;
-    GetString(node->vendorId, line, "Vendor=", 5);
-    GetString(node->productId, line, "ProdID=", 5);
-    GetString(node->revisionNumber, line, "Rev=", 6);
+    StringAfter(node->vendorId, line, "Vendor=", 5);
+    StringAfter(node->productId, line, "ProdID=", 5);
+    StringAfter(node->revisionNumber, line, "Rev=", 6);
 }
 
 void USBtree::GetDeviceString(const char* line, USBnode* node) {
     if (!node) return;
-    if (std::strstr(line, "Manufacturer=Linux")) {
+    if (Find(line, "Manufacturer=Linux")) {
         // A root hub: the kernel names itself; we name the controller.
         if (Contains(node->speed, "480")) {
             ehciProductPending = 1;
@@ -329,53 +402,56 @@ void USBtree::GetDeviceString(const char* line, USBnode* node) {
         }
         if (Contains(node->speed, "12")) classicProductPending = 1;
         node->manufacturer = Translate("INTEL Corporation");
-    } else if (std::strstr(line, "Manufacturer=")) {
-        GetString(node->manufacturer, line, "Manufacturer=", 254);
-    } else if (std::strstr(line, "Product=")) {
+    } else if (Find(line, "Manufacturer=")) {
+        StringAfter(node->manufacturer, line, "Manufacturer=", 254);
+    } else if (Find(line, "Product=")) {
         if (ehciProductPending) {
             node->product = Translate("USB 2.00 Controller EHCI-HCD");
             ehciProductPending = 0;
         } else if (classicProductPending) {
             classicProductPending = 0;
-            if (std::strstr(line, "OHCI"))
+            if (Find(line, "OHCI"))
                 node->product = Translate("USB") + node->version + " " + Translate("Controller OHCI");
-            else if (std::strstr(line, "UHCI"))
+            else if (Find(line, "UHCI"))
                 node->product = Translate("USB") + node->version + " " + Translate("Controller UHCI");
             else
                 node->product = Translate("USB") + node->version + " Unknown Controller Type";
         } else {
-            GetString(node->product, line, "Product=", 254);
+            StringAfter(node->product, line, "Product=", 254);
         }
-    } else if (std::strstr(line, "SerialNumber=")) {
-        GetString(node->serialNumber, line, "SerialNumber=", 254);
+    } else if (Find(line, "SerialNumber=")) {
+        StringAfter(node->serialNumber, line, "SerialNumber=", 254);
     }
 }
 
 void USBtree::AddEndpoint(const char* line, USBnode* node) {
     if (!node) return;
     USBconfig* config = nullptr;
-    for (int i = usbMaxSlots - 1; i >= 0 && !config; --i) config = node->configurations[i];
+    for (int i = node->configurations.Room() - 1; i >= 0 && !config; --i) config = node->configurations[i];
     if (!config) {
         dbgprintf("No config to put an interface at for this device.\n");
         return;
     }
     USBinterface* interface = nullptr;
-    for (int i = usbMaxSlots - 1; i >= 0 && !interface; --i) interface = config->interfaces[i];
+    for (int i = config->interfaces.Room() - 1; i >= 0 && !interface; --i) interface = config->interfaces[i];
     if (!interface) {
         dbgprintf("No interface to put an endpoint at for this device.\n");
         return;
     }
-    for (USBendpoint*& slot : interface->endpoints) {
-        if (slot) continue;
-        slot = new USBendpoint();
+    for (int i = 0; i < usbMaxSlots; ++i) {
+        if (interface->endpoints[i]) continue;
+        std::unique_ptr<USBendpoint> made(new USBendpoint());
+        USBendpoint* slot = made.get();
+        interface->endpoints.Set(i, slot);
+        made.release();
         const size_t length = std::strlen(line);
-        slot->address = GetInt(line, "Ad=", 16);
+        slot->address = IntAfter(line, "Ad=", 16);
         // "E:  Ad=81(I) Atr=03(Int.) ...": direction and type stand at fixed places.
         slot->in = length > 10 && line[10] == 'I';
-        slot->attribute = GetInt(line, "Atr=", 16);
-        slot->maxPacketSize = GetInt(line, "MxPS=", 10);
+        slot->attribute = IntAfter(line, "Atr=", 16);
+        slot->maxPacketSize = IntAfter(line, "MxPS=", 10);
         if (length > 20) slot->type.assign(line + 20, strnlen(line + 20, 4));
-        GetString(slot->interval, line, "Ivl=", 10);
+        StringAfter(slot->interval, line, "Ivl=", 10);
         return;
     }
     dbgprintf("Too many endpoints for this device.\n");
@@ -397,7 +473,7 @@ void USBtree::NameDevice(USBnode* node) {
         else if (node->name.empty())
             node->name = Translate("Unknown Device");
     }
-    for (USBnode* child : node->children) NameDevice(child);
+    for (int i = 0; i < node->children.Room(); ++i) NameDevice(node->children[i]);
 }
 
 int USBtree::usb_name_devices_alt() {
@@ -426,7 +502,7 @@ int USBtree::NameDeviceAlt(USBnode* node) {
             if (node->name.empty()) node->name += Translate("Unknown Device");
         }
     }
-    for (USBnode* child : node->children) NameDeviceAlt(child);
+    for (int i = 0; i < node->children.Room(); ++i) NameDeviceAlt(node->children[i]);
     return keyboardCount;
 }
 

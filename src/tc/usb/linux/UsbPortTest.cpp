@@ -51,12 +51,7 @@ void UsbPortTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) { 
 
 void UsbPortTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
-std::string UsbPortTest::GetXmlString() const {
-    XmlObject element(Test::GetXmlString());
-    if (XmlObject* retries = element.FindFirstMatch(xmldef::parameter, "@name='retries'"))
-        retries->SetAttribute(xmldef::defaultValue, "0");
-    return element.GetXmlString();
-}
+int UsbPortTest::OfferedRetries() const { return 0; }
 
 void UsbPortTest::SetParameters() {
     numUSBdrives.Set(usbxml::numUSBdrives, "Expected number of USB drives to test",
@@ -175,10 +170,15 @@ bool UsbPortTest::isUSBFlashDrive(std::string device) {
     }
     const std::string text = ReadWholeFd(fd);
     close(fd);
+    if (IsDiskInquiry(text)) return true;
+    unlink(toolOutputFile);
+    return false;
+}
+
+bool UsbPortTest::IsDiskInquiry(const std::string& text) {
     std::istringstream in(text);
     for (std::string line; std::getline(in, line);)
         if (line.find("Device_type=0") != std::string::npos) return true;
-    unlink(toolOutputFile);
     return false;
 }
 

@@ -37,7 +37,8 @@ public:
     Persistent* CreateCopy() const override { return new UsbPortTest(*this); }
 
     // The base's element with a retries default of 0.
-    std::string GetXmlString() const override;
+    // The catalogue offers no retries for a test that writes drives.
+    int OfferedRetries() const override;
     void SetParameters() override;
     bool DoRun(const XmlObject& command) override;
 
@@ -46,6 +47,9 @@ public:
     int FindNumUSBFlashDrivesAndMountPoint(std::vector<USBDriveNode>& nodes);
     // True when `sg_inq` reports the device as a disk.
     bool isUSBFlashDrive(std::string device);
+    // The parsing step on `sg_inq`'s text: a line that gives the device
+    // type 0, a disk.
+    static bool IsDiskInquiry(const std::string& text);
     // Replaces any old copy of `target`; the status of the copy.
     int CopyFileToUSB(std::string source, std::string target);
     // The whole of `target` against `source`, read back from the drive.

@@ -70,12 +70,7 @@ void FileWriteCompareTest::ReadAndWrite(ptstream& stream, direction dir, unsigne
 
 void FileWriteCompareTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
-std::string FileWriteCompareTest::GetXmlString() const {
-    XmlObject element(Test::GetXmlString());
-    if (XmlObject* retries = element.FindFirstMatch(xmldef::parameter, "@name='retries'"))
-        retries->SetAttribute(xmldef::defaultValue, "0");
-    return element.GetXmlString();
-}
+int FileWriteCompareTest::OfferedRetries() const { return 0; }
 
 void FileWriteCompareTest::SetParameters() {
     numUSBdrives.Set(usbxml::numUSBdrives, "Expected number of USB drives to test",

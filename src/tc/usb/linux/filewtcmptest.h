@@ -35,7 +35,8 @@ public:
     Persistent* CreateCopy() const override { return new FileWriteCompareTest(*this); }
 
     // The base's element with a retries default of 0.
-    std::string GetXmlString() const override;
+    // The catalogue offers no retries for a test that writes drives.
+    int OfferedRetries() const override;
     void SetParameters() override;
     // True on a pass; every failure is thrown.
     bool DoRun(const XmlObject& command) override;

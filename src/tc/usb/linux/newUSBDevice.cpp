@@ -53,7 +53,7 @@ std::string NameOf(const std::string& stringValue, const std::string& idValue, c
 
 newUSBDevice::newUSBDevice() = default;
 
-newUSBDevice::newUSBDevice(const std::string& text) : Device(usbxml::usbDevice, true), deviceInfo(text) {}
+newUSBDevice::newUSBDevice(std::string text) : Device(usbxml::usbDevice, true), deviceInfo(std::move(text)) {}
 
 newUSBDevice::newUSBDevice(const newUSBDevice& other) : Device(other), deviceInfo(other.deviceInfo) {}
 
@@ -107,7 +107,7 @@ void newUSBDevice::id(XmlObject& xml) {
     const USBDevicesNode& node = *devicesNode;
 
     ++index;
-    const std::string caption = Translate("USB Device") + strprintf(" %d", index);
+    const std::string caption = Translate("USB Device") + " " + std::to_string(index);
     const std::string product = NameOf(node.iProduct, node.idProduct, "Unknown product name");
     const std::string manufacturer = NameOf(node.iManufacturer, node.idVendor, "Unknown Manufacture name");
     std::string description = product;

@@ -5,8 +5,8 @@
 #pragma once
 
 #include <cstdint>
-#include <list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tc/framework/Device.h"
@@ -44,7 +44,7 @@ public:
 
     // The registry's default object: no text, no node.
     newUSBDevice();
-    explicit newUSBDevice(const std::string& deviceInfo);
+    explicit newUSBDevice(std::string deviceInfo);
     // The Device part and the text; no node, empty working lists.
     newUSBDevice(const newUSBDevice& other);
     newUSBDevice& operator=(const newUSBDevice&) = delete;
@@ -91,20 +91,26 @@ public:
     void addInformationToHub(std::string block, USBHub* hub);
     void addInformationToHid(std::string block, USBHidDevices* hid);
 
+    // A run of lines of a text, each without its newline, and for each the
+    // keywords it holds (bit k for lsusbKeywords[k]).
+    struct Lines {
+        const std::string_view* begin;
+        const std::string_view* end;
+        const uint64_t* keywords;
+    };
+
 private:
-    // Same as getVecInfo, remembered for the one text a parse works on.
-    const std::vector<std::string>& Blocks(const std::string& text, const char* startKey, const char* endKey);
+    struct Text;  // one device text cut into lines, with the blocks found in it
+
+    // The parse on lines: `text` is the whole device text that every level
+    // searches, `block` the lines of the record at hand.
+    void ParseDeviceNode(Text& text, USBDevicesNode* node);
+    void ParseConfigNode(const Lines& block, USBConfiguration* configuration, Text& text);
+    void ParseInterfaceNode(const Lines& block, USBInterfaces* interface, Text& text);
+    void ParseEndpointNode(const Lines& block, USBEndpoints* endpoint);
+    void ParseHubNode(const Lines& block, USBHub* hub, Text& text);
     // Takes one record from the parse's allowance; false when it is used up.
     bool Allow();
 
-    struct CutBlocks {
-        const char* startKey;
-        const char* endKey;
-        std::string text;
-        std::vector<std::string> blocks;
-    };
-    // A list, so that a level may add its cut while an outer level still
-    // walks its own.
-    std::list<CutBlocks> cutCache;
     int recordsLeft = maxRecordsPerParse;
 };

@@ -31,6 +31,11 @@ TEST(HostProgramLayout, WrapBreaksBetweenWordsAndCutsOnlyAWordWiderThanTheLine) 
     EXPECT_EQ(host::Wrap("Geräteerkennung läuft", 15), (std::vector<std::string>{"Geräteerkennung", "läuft"}));
     EXPECT_EQ(host::Wrap("", 10), (std::vector<std::string>{""}));
     EXPECT_EQ(host::TextWidth("GERÄT"), 5u);
+    // A colour code takes no column and is never cut.
+    EXPECT_EQ(host::TextWidth("\033[1;32mpassed\033[0m"), 6u);
+    EXPECT_EQ(host::Wrap("\033[1;31mfailed\033[0m in 00:00:01", 15),
+              (std::vector<std::string>{"\033[1;31mfailed\033[0m in", "00:00:01"}));
+    EXPECT_EQ(host::Wrap("\033[1mabcdef\033[0m", 3), (std::vector<std::string>{"\033[1mabc", "def\033[0m"}));
     EXPECT_EQ(host::WrapIndented("test rootHubTest: Root Hub Detect Test", 24, 4, 2),
               "    test rootHubTest:\n      Root Hub Detect\n      Test");
 }

@@ -10,12 +10,24 @@ namespace host {
 
 namespace {
 
+// The bytes of a colour code ("\033[...m") that starts at `at`, or 0: they take no column.
+size_t EscapeLength(const std::string& text, size_t at) {
+    if (text.compare(at, 2, "\033[") != 0) return 0;
+    size_t end = at + 2;
+    while (end < text.size() && (text[end] < 0x40 || text[end] > 0x7E)) ++end;
+    return std::min(end + 1, text.size()) - at;
+}
+
 // The first `columns` characters of `text`, and the rest.
 std::pair<std::string, std::string> Cut(const std::string& text, size_t columns) {
     size_t at = 0, seen = 0;
-    for (; at < text.size(); ++at) {
-        if ((static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) continue;
-        if (seen++ == columns) break;
+    while (at < text.size()) {
+        if (const size_t escape = EscapeLength(text, at)) {
+            at += escape;
+            continue;
+        }
+        if ((static_cast<unsigned char>(text[at]) & 0xC0) != 0x80 && seen++ == columns) break;
+        ++at;
     }
     return {text.substr(0, at), text.substr(at)};
 }
@@ -26,8 +38,13 @@ std::string Blanks(size_t count) { return std::string(count, ' '); }
 
 size_t TextWidth(const std::string& text) {
     size_t width = 0;
-    for (unsigned char c : text)
-        if ((c & 0xC0) != 0x80) ++width;
+    for (size_t at = 0; at < text.size();) {
+        if (const size_t escape = EscapeLength(text, at)) {
+            at += escape;
+            continue;
+        }
+        if ((static_cast<unsigned char>(text[at++]) & 0xC0) != 0x80) ++width;
+    }
     return width;
 }
 

@@ -9,7 +9,7 @@
 
 namespace host {
 
-// Columns that UTF-8 text takes: one per character.
+// Columns that UTF-8 text takes: one per character, none for a colour code.
 size_t TextWidth(const std::string& text);
 
 // `text` in lines of at most `width` columns, broken at blanks; a word wider

@@ -75,9 +75,19 @@ char* HostReply(const std::string& text) {
     return copy;
 }
 
+// A line of the program's own for standard error; on a terminal it breaks
+// between words, not where the screen ends.
+std::string NoteText(const std::string& text) {
+    const std::string line = "zorbus-host: " + text;
+    if (!isatty(STDERR_FILENO) || host::TextWidth(line) <= host::ScreenWidth()) return line;
+    return host::WrapIndented(line, host::ScreenWidth(), 0, 2);
+}
+
+void Note(const std::string& text) { std::fprintf(stderr, "%s\n", NoteText(text).c_str()); }
+
 void UsageMessage(const std::string& error) {
-    std::fprintf(stderr, "zorbus-host: %s\n%s\n", error.c_str(),
-                 tr("(zorbus-host --help lists the commands and options)").c_str());
+    Note(error);
+    std::fprintf(stderr, "%s\n", tr("(zorbus-host --help lists the commands and options)").c_str());
 }
 
 // The run ends here, while the component waits inside a test for an answer
@@ -85,7 +95,7 @@ void UsageMessage(const std::string& error) {
 [[noreturn]] void StopRun(int status, const std::string& why) {
     if (display) display->EndBar();
     std::fflush(stdout);
-    std::fprintf(stderr, "zorbus-host: %s\n", why.c_str());
+    Note(why);
     report.Stop(why);
     report.Finish(status);
     if (display) display->End(status);
@@ -271,7 +281,7 @@ host::Result Execute(const Command& command, Knowledge& knowledge, bool brief = 
             result = display->Answer(command, answer);
         }
         if (knowledge.devices.empty())
-            std::fprintf(stderr, "zorbus-host: %s\n", tr("warning: discovery found no USB devices").c_str());
+            Note(tr("warning: discovery found no USB devices"));
         return result;
     }
     return display->Answer(command, answer);
@@ -343,8 +353,7 @@ int RunCommands() {
             if (!cancelWanted)
                 display->Line(Format(tr("run %s: %s tests"), {command.test, std::to_string(batch.size())}));
             if (batch.empty()) {
-                std::fprintf(stderr, "zorbus-host: %s\n",
-                             Format(tr("no device offers a %s test"), {command.test}).c_str());
+                Note(Format(tr("no device offers a %s test"), {command.test}));
                 status = Worst(status, host::Failed);
             }
         }
@@ -392,7 +401,7 @@ int main(int argc, char** argv) {
         host::ParseCommandLine(argc, copy.data(), early, error);
         const std::string library = early.library.empty() ? host::DefaultLibrary() : early.library;
         const std::string warning = early.language.empty() ? "" : tr.Select(early.language, library);
-        if (!warning.empty()) std::fprintf(stderr, "zorbus-host: %s: %s\n", tr("warning").c_str(), warning.c_str());
+        if (!warning.empty()) Note(tr("warning") + ": " + warning);
     }
     if (!host::ParseCommandLine(argc, argv, options, error)) {
         UsageMessage(error);
@@ -440,9 +449,9 @@ int main(int argc, char** argv) {
     component.SetCallback(&OnEvent);
     component.FreeLastSetCallbackResult();
 
-    interruptNote = "\nzorbus-host: " +
-                    tr("cancel requested; the test stops before its next try (Ctrl-C again ends "
-                       "the program)") +
+    interruptNote = "\n" +
+                    NoteText(tr("cancel requested; the test stops before its next try (Ctrl-C again ends the "
+                                "program)")) +
                     "\n";
     struct sigaction interrupt {};
     interrupt.sa_handler = OnInterrupt;
@@ -476,14 +485,11 @@ int main(int argc, char** argv) {
                        component.Uninitialize(host::StateXml("uninitialize", path).c_str());
                    },
                    error)) {
-        std::fprintf(stderr, "zorbus-host: %s\n", error.c_str());
+        Note(error);
         status = Worst(status, host::StateNotSaved);
     }
     if (nextAnswer < options.answers.size())
-        std::fprintf(
-            stderr, "zorbus-host: %s\n",
-            Format(tr("%s --answer value(s) left unused"), {std::to_string(options.answers.size() - nextAnswer)})
-                .c_str());
+        Note(Format(tr("%s --answer value(s) left unused"), {std::to_string(options.answers.size() - nextAnswer)}));
     report.Finish(status);
     screen.End(status);
     return status;

@@ -188,3 +188,36 @@ TEST_F(Terminal, WithOutputInAPipeTheQuestionStillReachesTheTerminalAndNotTheLog
     EXPECT_EQ(written.find("prompt ("), std::string::npos) << written;
     EXPECT_EQ(written.find("answer ("), std::string::npos) << written;
 }
+
+TEST_F(Terminal, ABatchRunEndsWithItsSummaryAndASaveThatFailsLeavesTheOldState) {
+    // A state without devices: the run's discovery is its only one.
+    const std::string saved = machine + "/saved.bin";
+    ASSERT_EQ(RunHost({"--state", saved, "version"}, machine).status, 0);
+    const std::string before = ReadFile(saved);
+    ASSERT_EQ(before.compare(0, 8, "ZORBUSPT"), 0);
+    Session limited;
+    limited.width = 80;
+    limited.state = false;
+    // Writes beyond 4 KiB fail: the state of seven devices cannot be saved whole.
+    limited.environment = "ulimit -f 8; ";
+    Start({"--state", saved, "id", "run", "quick", "test", "usbDevice2", "UsbPortTest", "retries=0", "--answer=OK"},
+          limited);
+    const std::string screen = WaitFor("EXIT=");
+    const std::string summary = screen.substr(std::min(screen.find("\nSummary:\n"), screen.size()));
+    EXPECT_TRUE(std::regex_search(summary, std::regex("\nusbDevice4  rootHubTest  passed  00:00:\\d\\d\\.\\d{3} *\n")))
+        << summary;
+    // The error wraps within its column: the colour codes before it take no room.
+    EXPECT_TRUE(std::regex_search(summary, std::regex("\nusbDevice2  UsbPortTest  failed  00:00:[0-9.]+  Device, Could "
+                                                      "not locate files:\n {40,}SSO\\.DAT, Ran on CPU \\d+ *\n")))
+        << summary;
+    EXPECT_HAS(summary, "\n3 passed, 1 failed, 0 canceled\n", "EXIT=8");
+    EXPECT_HAS(std::regex_replace(summary, std::regex(R"(\s+)"), " "),
+               " zorbus-host: cannot save the state in " + saved +
+                   " (writing: File too large); the file is left as it was ");
+    // Neither the coloured table nor the message was wrapped by the terminal, mid-word.
+    EXPECT_EQ(TrailingBlanksRemoved(Tmux("capture-pane -p -J -S - -t cli")), TrailingBlanksRemoved(screen));
+    EXPECT_EQ(ReadFile(saved), before);
+    const std::string colours = WaitFor("EXIT=", "-e");
+    EXPECT_TRUE(std::regex_search(colours, std::regex("\nusbDevice2  UsbPortTest  (\033\\[[0-9;]*m)*\033\\[[0-9;]*31m"
+                                                      "(\033\\[[0-9;]*m)*failed"))) << colours;
+}

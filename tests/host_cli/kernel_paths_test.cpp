@@ -53,8 +53,8 @@ TEST_F(KernelPaths, DevicesTextAndNodesStandWhereTheComponentReadsThem) {
                            "kernel paths: /proc/bus/usb/BBB <- " + machine + "/dev/bus/usb/BBB (2 buses)\n"), 0u)
         << run.out;
     EXPECT_HAS(run.out, "Discovered: 4 devices\n", "\nusbDevice2  USB Device 3  xHCI Host Controller\n",
-               "\nusbDevice3  USB Device 4  SanDisk  Ultra Fit\n", "Result: rootHubTest on usbDevice0: passed",
-               "Result: rootHubTest on usbDevice2: passed");
+               "\nusbDevice3  USB Device 4  SanDisk  Ultra Fit\n", "PASS rootHubTest on usbDevice0: passed",
+               "PASS rootHubTest on usbDevice2: passed");
 
     // Without the first root hub's node the root hub test fails.
     ASSERT_TRUE(std::filesystem::remove_all(machine + "/dev/bus/usb/001"));

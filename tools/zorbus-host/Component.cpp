@@ -6,6 +6,7 @@
 
 #include <cstdio>
 
+#include "Language.h"
 #include "Options.h"
 
 namespace host {
@@ -15,7 +16,7 @@ namespace {
 template <class F>
 bool Bind(void* handle, F& target, const char* name, std::string& error) {
     target = reinterpret_cast<F>(dlsym(handle, name));
-    if (!target && error.empty()) error = std::string("the library has no entry point ") + name;
+    if (!target && error.empty()) error = Format(tr("the library has no entry point %s"), {name});
     return target != nullptr;
 }
 
@@ -25,7 +26,7 @@ bool Component::Load(const std::string& path, std::string& error) {
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
         const char* why = dlerror();
-        error = "cannot load " + path + ": " + (why ? why : "unknown reason");
+        error = Format(tr("cannot load %s: %s"), {path, why ? why : "unknown reason"});
         return false;
     }
     error.clear();
@@ -70,10 +71,12 @@ int PrintVersion(const std::string& library, const std::string& componentName) {
     std::string error;
     if (!component.Load(library, error)) {
         std::fprintf(stderr, "zorbus-host: %s\n", error.c_str());
-        return 3;
+        return ComponentError;
     }
-    component.Initialize(("<initialize component=\"" + XmlEscape(componentName) + "\"/>").c_str());
-    const std::string record = component.Execute("<getDiagVersion component=\"" + XmlEscape(componentName) + "\"/>");
+    component.Initialize(InitializeXml(componentName, "", false).c_str());
+    Command version;
+    version.kind = Command::Version;
+    const std::string record = component.Execute(CommandXml(version, componentName));
     component.Uninitialize(nullptr);
     std::printf("component: %s\nlibrary: %s\n", record.c_str(), library.c_str());
     return 0;

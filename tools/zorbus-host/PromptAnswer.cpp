@@ -4,6 +4,8 @@
 
 #include <cctype>
 
+#include "Language.h"
+
 namespace host {
 
 namespace {
@@ -50,10 +52,10 @@ PromptChoice ChoosePromptAnswer(const std::string& answer, const std::vector<std
             choice.value = std::to_string(number - 1);
             return choice;
         }
-        choice.error = "no button " + typed + " (1 to " + std::to_string(buttons.size()) + ")";
+        choice.error = Format(tr("no button %s (1 to %s)"), {typed, std::to_string(buttons.size())});
         return choice;
     }
-    choice.error = "'" + typed + "' is neither a button's number nor its caption";
+    choice.error = Format(tr("'%s' is neither a button's number nor its caption"), {typed});
     return choice;
 }
 

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <pugixml.hpp>
 
+#include "Language.h"
+
 namespace host {
 
 namespace {
@@ -77,28 +79,6 @@ std::string Attribute(const char* name, const std::string& value) {
     return std::string(" ") + name + "=\"" + XmlText(value, true) + "\"";
 }
 
-std::string JsonString(const std::string& text) {
-    std::string out = "\"";
-    for (char c : Clean(text, false)) {
-        const unsigned char u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (u < 0x20) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", u);
-            out += escaped;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
-}
-
 std::string JsonOrNull(const std::string& text, bool present) { return present ? JsonString(text) : "null"; }
 
 std::string Trim(const std::string& text) {
@@ -153,9 +133,10 @@ Verdict Judge(const Record& record) {
     return verdict;
 }
 
-// The log events of a record as lines of text.
+// The log events of a record as lines of text, each prompt with its answer.
 std::string LogLines(const Record& record) {
     std::string lines;
+    size_t prompts = 0;
     for (const ReportEvent& event : record.events) {
         pugi::xml_document document;
         if (!document.load_string(event.xml.c_str())) continue;
@@ -166,6 +147,13 @@ std::string LogLines(const Record& record) {
             lines += std::string(root.attribute("caption").value()) + (description.empty() ? "" : ": " + description);
         } else if (name == "diagPrompt") {
             lines += "prompt: " + Trim(root.text().get());
+            if (prompts < record.prompts.size()) {
+                const PromptRecord& prompt = record.prompts[prompts++];
+                lines += "\nanswer: " + (prompt.answer.empty() && prompt.by != "--answer" && prompt.by != "operator"
+                                             ? "(" + prompt.by + ")"
+                                             : prompt.answer + " (" + prompt.by + ")") +
+                         " after " + Seconds(prompt.seconds) + " s";
+            }
         } else {
             continue;
         }
@@ -188,6 +176,28 @@ bool WriteFile(const std::string& path, const std::string& text) {
 
 }  // namespace
 
+std::string JsonString(const std::string& text) {
+    std::string out = "\"";
+    for (char c : Clean(text, false)) {
+        const unsigned char u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (u < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", u);
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
 std::string Report::CommandLine(const Command& command) {
     switch (command.kind) {
         case Command::Catalog: return "catalog";
@@ -195,6 +205,7 @@ std::string Report::CommandLine(const Command& command) {
         case Command::Version: return "version";
         case Command::Cancel: return "cancel " + command.device + " " + command.test;
         case Command::Diagnose: return "diagnose " + command.device;
+        case Command::RunClass: return "run " + command.test;
         case Command::RunTest: {
             std::string line = "test " + command.device + " " + command.test;
             for (const auto& parameter : command.parameters) line += " " + parameter.first + "=" + parameter.second;
@@ -213,7 +224,7 @@ bool Report::Open(const std::string& junit, const std::string& json, std::string
     for (const std::string* path : {&junitPath, &jsonPath}) {
         if (path->empty()) continue;
         if (!WriteFile(*path, path == &junitPath ? Junit() : Json())) {
-            error = "cannot write the report " + *path + ": " + std::strerror(errno);
+            error = Format(tr("cannot write the report %s: %s"), {*path, std::strerror(errno)});
             return false;
         }
     }
@@ -249,6 +260,13 @@ void Report::Event(const std::string& xml) {
     std::lock_guard<std::recursive_mutex> hold(lock);
     if (records.empty() || records.back().Ended()) return;  // none come outside a command
     records.back().events.push_back({Now(), xml});
+    Write();
+}
+
+void Report::Prompt(const PromptRecord& prompt) {
+    std::lock_guard<std::recursive_mutex> hold(lock);
+    if (records.empty() || records.back().Ended()) return;
+    records.back().prompts.push_back(prompt);
     Write();
 }
 
@@ -359,6 +377,7 @@ std::string Report::Json() const {
         text += std::string(i ? "," : "") + "\n    " + JsonString(properties[i].first) + ": " +
                 JsonString(properties[i].second);
     text += std::string(properties.empty() ? "" : "\n  ") + "},\n  \"records\": [";
+    unsigned passed = 0, failed = 0, canceled = 0;
     for (size_t i = 0; i < records.size(); ++i) {
         const Record& record = records[i];
         const Verdict verdict = Judge(record);
@@ -374,9 +393,27 @@ std::string Report::Json() const {
         for (size_t k = 0; k < record.events.size(); ++k)
             text += std::string(k ? "," : "") + "\n        {\"seconds\": " + Seconds(record.events[k].seconds) +
                     ", \"xml\": " + JsonString(record.events[k].xml) + "}";
-        text += std::string(record.events.empty() ? "" : "\n      ") + "]\n    }";
+        text += std::string(record.events.empty() ? "" : "\n      ") + "],\n      \"prompts\": [";
+        for (size_t k = 0; k < record.prompts.size(); ++k) {
+            const PromptRecord& prompt = record.prompts[k];
+            std::string options;
+            for (const std::string& option : prompt.options)
+                options += (options.empty() ? "" : ", ") + JsonString(option);
+            const bool answered = prompt.by == "--answer" || prompt.by == "operator";
+            text += std::string(k ? "," : "") + "\n        {\"text\": " + JsonString(prompt.text) + ", \"options\": [" +
+                    options + "], \"answer\": " + JsonOrNull(prompt.answer, answered) +
+                    ", \"answeredBy\": " + JsonString(prompt.by) + ", \"seconds\": " + Seconds(prompt.seconds) + "}";
+        }
+        text += std::string(record.prompts.empty() ? "" : "\n      ") + "]\n    }";
+        if (verdict.isCase) {
+            if (verdict.result == "passed") ++passed;
+            else if (verdict.result == "canceled") ++canceled;
+            else ++failed;
+        }
     }
-    return text + std::string(records.empty() ? "" : "\n  ") + "]\n}\n";
+    return text + std::string(records.empty() ? "" : "\n  ") + "],\n  \"summary\": {\"passed\": " +
+           std::to_string(passed) + ", \"failed\": " + std::to_string(failed) + ", \"canceled\": " +
+           std::to_string(canceled) + "}\n}\n";
 }
 
 }  // namespace host

@@ -22,12 +22,22 @@ struct ReportEvent {
     std::string xml;
 };
 
+// A prompt of the component and how it was answered.
+struct PromptRecord {
+    std::string text;
+    std::vector<std::string> options;
+    std::string answer;  // the caption of the button chosen, or the text typed
+    std::string by;      // "--answer", "operator"; without an answer: "canceled", "timeout", "none"
+    double seconds = 0;  // from the question to the answer
+};
+
 // One command of the run, as the reports carry it.
 struct Record {
     std::string command;  // as on the command line
     std::string xml;      // as sent to the component
     std::string answer;   // empty until it ends
     std::vector<ReportEvent> events;
+    std::vector<PromptRecord> prompts;
     std::string startedAt;                     // UTC, ISO 8601
     double started = 0, ended = -1;            // seconds since the run began; -1: not ended
     std::string stopped;                       // why the run ended during this command
@@ -41,12 +51,13 @@ public:
     bool Open(const std::string& junitPath, const std::string& jsonPath, std::string& error);
     bool Wanted() const { return !junitPath.empty() || !jsonPath.empty(); }
 
-    // Facts about the whole run (program, component, later operator,
-    // station...): JSON "properties", JUnit <properties> of every suite.
+    // Facts about the whole run (program, component, serial, station,
+    // operator): JSON "properties", JUnit <properties> of every suite.
     void SetProperty(const std::string& name, const std::string& value);
 
     void Begin(const Command& command, const std::string& xml);
     void Event(const std::string& xml);
+    void Prompt(const PromptRecord& prompt);
     void End(const std::string& answer);
     // The run ends now, for `why`; the running command, if any, is marked.
     void Stop(const std::string& why);
@@ -74,5 +85,8 @@ private:
     bool warned = false;  // about a report that cannot be written
     mutable std::recursive_mutex lock;  // events may come from a prompt's own thread
 };
+
+// `text` as a JSON string: bytes that are no UTF-8 become U+FFFD.
+std::string JsonString(const std::string& text);
 
 }  // namespace host

@@ -21,7 +21,7 @@ std::string Row(const USBnode* n) {
 
 class ParserTest : public ::testing::Test {
 protected:
-    void SetUp() override { ResetUsbDiscoveryStateForTests(); }
+    void SetUp() override { testhooks::ResetUsbDiscoveryState(); }
     void TearDown() override { tree.ChopUSBtree(tree.root); }
     USBnode* Parse(const std::string& text) {
         reader.reset(new LiteralReader(text));

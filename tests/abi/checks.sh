@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# The built library as a host sees it. One check a call:
+#   checks.sh exports LIBRARY            exported names are exactly those of
+#                                        exported-symbols.txt, and references
+#                                        inside bind inside, host services aside
+#   checks.sh abi LIBRARY ARCH           the entry points' ABI against
+#                                        libzorbus-ARCH.abi (abidw, abidiff)
+#   checks.sh abi-update LIBRARY ARCH    writes libzorbus-ARCH.abi anew
+# Exit status 77 means skipped; the reason is printed.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+skip=77
+
+# Names, one a line, without the comments of a list file.
+names() { grep -v '^#' "$1" | grep -v '^$' | LC_ALL=C sort; }
+
+exports() {
+    local library=$1 status=0
+    diff -u <(names "$here/exported-symbols.txt") \
+        <(nm -D --defined-only "$library" | awk '{print $NF}' | LC_ALL=C sort) || {
+        echo "exported names differ from exported-symbols.txt (- listed, + exported)"
+        status=1
+    }
+    # A dynamic relocation against a name the library defines itself is a
+    # reference that another object could take over: only the host services
+    # may have one.
+    local services own
+    services=$(sed -n 's/^ *\([A-Za-z_][A-Za-z0-9_]*\);.*/\1/p' "$here/../../src/tc/frame/libzorbus.dynamic" |
+        LC_ALL=C sort)
+    own=$(readelf -rW "$library" | awk 'NF >= 5 && $4 ~ /^[0-9a-f]+$/ && $4 !~ /^0+$/ {print $5}' |
+        sed 's/@.*//' | LC_ALL=C sort -u)
+    local open
+    open=$(LC_ALL=C comm -23 <(echo "$own") <(echo "$services"))
+    if [ -n "$open" ]; then
+        echo "references inside the library that bind outside it:"
+        echo "$open"
+        status=1
+    fi
+    [ -n "$(LC_ALL=C comm -12 <(echo "$own") <(echo "$services"))" ] || {
+        echo "no reference to a host service can be taken over by the host"
+        status=1
+    }
+    return $status
+}
+
+abi_dump() {
+    abidw --no-corpus-path --no-comp-dir-path --no-show-locs --type-id-style hash --exported-interfaces-only \
+        --suppressions "$here/abi.suppr" "$1"
+}
+
+abi() {
+    local library=$1 stored="$here/libzorbus-$2.abi"
+    command -v abidiff >/dev/null || { echo "abidiff missing (Debian abigail-tools)"; return $skip; }
+    [ -f "$stored" ] || { echo "no stored ABI for $2 ($stored)"; return $skip; }
+    readelf -S "$library" | grep '\.debug_info' >/dev/null ||
+        { echo "$library has no debug information"; return $skip; }
+    local current
+    current=$(mktemp)
+    trap 'rm -f "$current"' RETURN
+    abi_dump "$library" >"$current"
+    if ! abidiff --suppressions "$here/abi.suppr" "$stored" "$current"; then
+        echo "The ABI of the entry points changed. If that is meant, store it anew:"
+        echo "  bash tests/abi/checks.sh abi-update $library $2"
+        return 1
+    fi
+}
+
+abi_update() { abi_dump "$1" >"$here/libzorbus-$2.abi"; }
+
+case "${1:-}" in
+    exports) exports "$2" ;;
+    abi) abi "$2" "$3" ;;
+    abi-update) abi_update "$2" "$3" ;;
+    *) sed -n '2,9p' "$0"; exit 2 ;;
+esac

@@ -52,6 +52,7 @@ std::string Decode(std::string text) {
 //   stress SECONDS       four threads send a random mix of commands for that long, each answer released by its
 //                        own thread; answers: how often each command ran, and each answer whose element did not
 //                        fit its command
+//   resolve NAME         the file that defines NAME for the global scope, as answer
 // Transcript: records "kind length\ntext\n"; kind "step", "answer" or "event".
 // Prompts are answered with the first button, as an operator pressing OK.
 
@@ -110,10 +111,15 @@ std::string Stress(int seconds, char* (*execute)(const char*), void (*release)()
     return summary + unexpected;
 }
 
-int RunHostSession(const char* scriptPath, const char* transcriptPath) {
+int RunHostSession(const char* scriptPath, const char* transcriptPath, const char* decoy) {
     if (access(testbedMark, F_OK) != 0) {
         std::fprintf(stderr, "host session: %s not visible; is the umockdev preload active?\n", testbedMark);
         return 2;
+    }
+    // Before the component, and for every object loaded after it.
+    if (decoy && !dlopen(decoy, RTLD_NOW | RTLD_GLOBAL)) {
+        std::fprintf(stderr, "host session: cannot load the decoy: %s\n", dlerror());
+        return 3;
     }
     std::ifstream script(scriptPath);
     transcript = std::fopen(transcriptPath, "w");
@@ -173,6 +179,10 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath) {
             Answer(summary.c_str());
         } else if (verb == "file") {
             Record("answer", access(text.c_str(), F_OK) == 0 ? ReadText(text) : "<no file>");
+        } else if (verb == "resolve") {
+            Dl_info where{};
+            void* address = dlsym(RTLD_DEFAULT, text.c_str());
+            Answer(address && dladdr(address, &where) && where.dli_fname ? where.dli_fname : "<none>");
         } else {
             std::fprintf(stderr, "host session: unknown verb in \"%s\"\n", line.c_str());
             return 3;
@@ -251,7 +261,8 @@ const std::string& DiversionUnavailable() {
 // One program, three roles: the tests, the host they start (--host-session),
 // and the check that umockdev diverts this program (--diversion-probe).
 int main(int argc, char** argv) {
-    if (argc == 4 && std::strcmp(argv[1], "--host-session") == 0) return RunHostSession(argv[2], argv[3]);
+    if ((argc == 4 || argc == 5) && std::strcmp(argv[1], "--host-session") == 0)
+        return RunHostSession(argv[2], argv[3], argc == 5 ? argv[4] : nullptr);
     if (argc == 2 && std::strcmp(argv[1], "--diversion-probe") == 0) return access(testbedMark, F_OK) == 0 ? 0 : 2;
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
@@ -370,6 +381,7 @@ Session FakeMachine::Run(const Strings& script) {
         if (std::strncmp(*e, "PATH=", 5) && std::strncmp(*e, "ASAN_OPTIONS=", 13)) env.push_back(*e);
     std::vector<std::string> args = {"umockdev-wrapper", "/proc/" + std::to_string(getpid()) + "/exe", "--host-session",
                                      folder + "/script.txt", folder + "/transcript.txt"};
+    if (!decoy.empty()) args.push_back(decoy);
     auto pointers = [](std::vector<std::string>& texts) {
         std::vector<char*> list;
         for (std::string& t : texts) list.push_back(&t[0]);

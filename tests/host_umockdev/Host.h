@@ -86,6 +86,7 @@ public:
     // Plays the script (see Host.cpp) in a fresh host; expects it to run to its end.
     Session Run(const Strings& script);
     const std::string folder;
+    std::string decoy;  // a library the host loads globally before the component
 
 private:
     int ioctlSocket = -1;

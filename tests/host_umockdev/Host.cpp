@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -13,10 +14,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <clocale>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <locale>
 #include <map>
 #include <mutex>
 #include <random>
@@ -52,6 +56,8 @@ std::string Decode(std::string text) {
 //   stress SECONDS       four threads send a random mix of commands for that long, each answer released by its
 //                        own thread; answers: how often each command ran, and each answer whose element did not
 //                        fit its command
+//   state                working directory, umask, locales, signals and environment, as answer
+//   inherit              opens a descriptor that every program started would inherit
 //   resolve NAME         the file that defines NAME for the global scope, as answer
 // Transcript: records "kind length\ntext\n"; kind "step", "answer" or "event".
 // Prompts are answered with the first button, as an operator pressing OK.
@@ -109,6 +115,27 @@ std::string Stress(int seconds, char* (*execute)(const char*), void (*release)()
     std::string summary;
     for (const auto& c : counts) summary += c.first + " " + std::to_string(c.second) + "\n";
     return summary + unexpected;
+}
+
+// What the component must leave as it found it in its host.
+std::string ProcessState() {
+    char folder[PATH_MAX];
+    std::string state = std::string("cwd ") + (getcwd(folder, sizeof folder) ? folder : "?") + "\n";
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.compare(0, 6, "Umask:") == 0) state += line + "\n";
+    state += std::string("locale ") + setlocale(LC_ALL, nullptr) + " C++ " + std::locale().name() + "\n";
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    for (int signal = 1; signal < NSIG; ++signal) {
+        struct sigaction action;
+        if (sigaction(signal, nullptr, &action) != 0) continue;
+        if (action.sa_handler != SIG_DFL || sigismember(&blocked, signal) == 1)
+            state += "signal " + std::to_string(signal) + (action.sa_handler == SIG_IGN ? " ignored" : " handled") +
+                     (sigismember(&blocked, signal) == 1 ? " blocked" : "") + "\n";
+    }
+    for (char** e = environ; *e; ++e) state += std::string("env ") + *e + "\n";
+    return state;
 }
 
 int RunHostSession(const char* scriptPath, const char* transcriptPath, const char* decoy) {
@@ -179,6 +206,10 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath, const cha
             Answer(summary.c_str());
         } else if (verb == "file") {
             Record("answer", access(text.c_str(), F_OK) == 0 ? ReadText(text) : "<no file>");
+        } else if (verb == "state") {
+            Answer(ProcessState().c_str());
+        } else if (verb == "inherit") {
+            Answer(std::to_string(open(".", O_RDONLY | O_DIRECTORY)).c_str());
         } else if (verb == "resolve") {
             Dl_info where{};
             void* address = dlsym(RTLD_DEFAULT, text.c_str());
@@ -349,6 +380,14 @@ void FakeMachine::Write(const std::string& path, const std::string& text) const 
     fs::create_directories(fs::path(folder + "/" + path).parent_path());
     std::ofstream out(folder + "/" + path, std::ios::binary);
     if (!(out << text)) throw std::runtime_error("cannot write " + path);
+}
+
+void FakeMachine::WatchDescriptors(const Strings& stubs) const {
+    fs::create_directories(folder + "/shell");
+    for (const std::string& path : stubs) {
+        fs::rename(folder + "/" + path, folder + "/shell/" + fs::path(path).filename().string());
+        fs::copy_file(ZORBUS_FDLIST_PATH, folder + "/" + path);
+    }
 }
 
 bool FakeMachine::Has(const std::string& path) const { return fs::exists(folder + "/" + path); }

@@ -1,6 +1,8 @@
 // What the component leaves of the process that hosts it: its names never meet
-// the host's.
+// the host's, the programs it starts inherit nothing and the process state stays
+// as it was.
 #include <regex>
+#include <set>
 
 #include "Host.h"
 
@@ -51,4 +53,50 @@ TEST(HostProcess, ADecoyOfEveryNameTheComponentOnceExportedIsNeverReached) {
     const Session where = decoyed.Run({"resolve _Z18FindUSBControllersRSt3setIP6Device13deref_compareIS0_St4lessIS0_EE"
                                        "SaIS1_EE"});
     EXPECT_EQ(where.Nth("resolve").answer, ZORBUS_DECOY_PATH);
+}
+
+TEST(HostProcess, ToolsInheritOnlyTheStandardDescriptorsAndTheProcessStaysAsItWas) {
+    // Discovery on the lsusb road: no devices file.
+    FakeMachine lsusb("");
+    lsusb.Write("data/lsusb", ReadText(std::string(ZORBUS_SOURCE_DIR) + "/tests/fixtures/lsusb_texts/machine.txt"));
+    lsusb.WatchDescriptors({"stubs/lsusb", "stubs/mount", "stubs/sync"});
+    // The file write compare and the USB port test on a machine with one drive.
+    FakeMachine drive("storage_one");
+    drive.Write("data/sg_scan", "/dev/sg0: scsi2 channel=0 id=0 lun=0 [em]\n");
+    drive.Write("data/sg_map", "/dev/sg0  /dev/sdb\n");
+    drive.Write("data/sg_inq", "standard INQUIRY:\n  PQual=0  Device_type=0  RMB=1  version=0x04\n");
+    drive.Write("work/SSO.DAT", "REFERENCE\n");
+    drive.Write("testbed/dev/sdb", std::string(4096, '.'));
+    const Strings tools = {"sg_scan", "sg_map", "sg_inq", "mkdir", "mount", "umount", "cp", "rm", "sync"};
+    Strings paths = {"work/sg_scan", "work/sg_map"};
+    for (const std::string& tool : tools) paths.push_back("stubs/" + tool);
+    drive.WatchDescriptors(paths);
+
+    const Strings around = {"inherit", "state"};
+    Strings lsusbScript = around, driveScript = around;
+    for (const std::string& line : Opening(false, {"run <id/>"})) lsusbScript.push_back(line);
+    for (const std::string& line : Opening(false, {"run <id/>", RunTest("usbDevice0", "FileWriteCompareTest"),
+                                                   RunTest("usbDevice0", "UsbPortTest", "retries=\"0\"")}))
+        driveScript.push_back(line);
+    lsusbScript.push_back("state");
+    driveScript.push_back("state");
+    for (auto* machine : {&lsusb, &drive}) {
+        const Session s = machine->Run(machine == &lsusb ? lsusbScript : driveScript);
+        EXPECT_GE(std::stoi(s.Nth("inherit").answer), 3);
+        EXPECT_EQ(s.Nth("state", 1).answer, s.Nth("state").answer);
+        if (machine == &drive) {  // the drive was written and read back
+            EXPECT_NE(s.Nth(RunTest("usbDevice0", "FileWriteCompareTest")).answer.find("currentState=\"passed\""),
+                      std::string::npos);
+        }
+    }
+
+    std::set<std::string> seen;
+    for (const std::string& log : {lsusb.Read("descriptors.log"), drive.Read("descriptors.log")})
+        for (size_t at = 0, end; (end = log.find('\n', at)) != std::string::npos; at = end + 1) {
+            const std::string line = log.substr(at, end - at), tool = line.substr(0, line.find(' '));
+            EXPECT_EQ(line, tool + " 0 1 2");
+            seen.insert(tool);
+        }
+    EXPECT_EQ(seen, (std::set<std::string>{"lsusb", "mount", "sync", "sg_scan", "sg_map", "sg_inq", "mkdir", "cp",
+                                            "umount", "rm"}));
 }

@@ -1,5 +1,6 @@
 #include "Host.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -56,6 +57,9 @@ std::string Decode(std::string text) {
 //   stress SECONDS       four threads send a random mix of commands for that long, each answer released by its
 //                        own thread; answers: how often each command ran, and each answer whose element did not
 //                        fit its command
+//   unload, load         dlclose the library, dlopen it again
+//   loaded               whether the library is still mapped, as answer
+//   resources            "descriptors N threads N mappings N" of this process, as answer
 //   state                working directory, umask, locales, signals and environment, as answer
 //   inherit              opens a descriptor that every program started would inherit
 //   resolve NAME         the file that defines NAME for the global scope, as answer
@@ -117,6 +121,60 @@ std::string Stress(int seconds, char* (*execute)(const char*), void (*release)()
     return summary + unexpected;
 }
 
+// The entry points of one load of the library.
+struct Library {
+    void* handle = nullptr;
+    void (*Initialize)(const char*) = nullptr;
+    void (*Uninitialize)(const char*) = nullptr;
+    void (*InitializeTCTranslator)(const char*) = nullptr;
+    int (*IsInitialized)() = nullptr;
+    char* (*SetCallback)(char* (*)(const char*)) = nullptr;
+    char* (*ExecuteXMLCommand)(const char*) = nullptr;
+    void (*FreeLastSetCallbackResult)() = nullptr;
+    void (*FreeLastExecuteXMLCommandResult)() = nullptr;
+
+    bool Load() {
+        handle = dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+        if (!handle) {
+            std::fprintf(stderr, "host session: cannot load: %s\n", dlerror());
+            return false;
+        }
+        return Bind(Initialize, "Initialize") && Bind(Uninitialize, "Uninitialize") &&
+               Bind(InitializeTCTranslator, "InitializeTCTranslator") && Bind(IsInitialized, "IsInitialized") &&
+               Bind(SetCallback, "SetCallback") && Bind(ExecuteXMLCommand, "ExecuteXMLCommand") &&
+               Bind(FreeLastSetCallbackResult, "FreeLastSetCallbackResult") &&
+               Bind(FreeLastExecuteXMLCommandResult, "FreeLastExecuteXMLCommandResult");
+    }
+    template <class F>
+    bool Bind(F& entry, const char* name) {
+        entry = reinterpret_cast<F>(dlsym(handle, name));
+        if (!entry) std::fprintf(stderr, "host session: missing entry point %s\n", name);
+        return entry != nullptr;
+    }
+    void Unload() {
+        dlclose(handle);
+        *this = Library();
+    }
+};
+
+size_t CountEntries(const char* folder) {
+    size_t count = 0;
+    if (DIR* dir = opendir(folder)) {
+        while (const dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
+        closedir(dir);
+    }
+    return count;
+}
+
+std::string Resources() {
+    std::ifstream maps("/proc/self/maps");
+    size_t mappings = 0;
+    for (std::string line; std::getline(maps, line);) ++mappings;
+    // The listing's own descriptor is not counted.
+    return "descriptors " + std::to_string(CountEntries("/proc/self/fd") - 1) + " threads " +
+           std::to_string(CountEntries("/proc/self/task")) + " mappings " + std::to_string(mappings);
+}
+
 // What the component must leave as it found it in its host.
 std::string ProcessState() {
     char folder[PATH_MAX];
@@ -150,25 +208,12 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath, const cha
     }
     std::ifstream script(scriptPath);
     transcript = std::fopen(transcriptPath, "w");
-    void* library = dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-    if (!script || !transcript || !library) {
-        std::fprintf(stderr, "host session: cannot start: %s\n", library ? "script or transcript" : dlerror());
+    Library library;
+    if (!script || !transcript) {
+        std::fprintf(stderr, "host session: cannot start: no script or transcript\n");
         return 3;
     }
-    auto entry = [library](const char* name) {
-        if (void* f = dlsym(library, name)) return f;
-        throw std::runtime_error(std::string("missing entry point ") + name);
-    };
-#define ENTRY(name, type) const auto name = reinterpret_cast<type>(entry(#name))
-    ENTRY(Initialize, void (*)(const char*));
-    ENTRY(Uninitialize, void (*)(const char*));
-    ENTRY(InitializeTCTranslator, void (*)(const char*));
-    ENTRY(IsInitialized, int (*)());
-    ENTRY(SetCallback, char* (*)(char* (*)(const char*)));
-    ENTRY(ExecuteXMLCommand, char* (*)(const char*));
-    ENTRY(FreeLastSetCallbackResult, void (*)());
-    ENTRY(FreeLastExecuteXMLCommandResult, void (*)());
-#undef ENTRY
+    if (!library.Load()) return 3;
     const auto Answer = [](const char* text) { Record("answer", text ? text : "<null>"); };
 
     std::vector<char*> held;
@@ -177,35 +222,47 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath, const cha
         const std::string verb = line.substr(0, blank), text = blank == std::string::npos ? "" : line.substr(blank + 1);
         const char* argument = blank == std::string::npos ? nullptr : text.c_str();
         Record("step", line);
+        if (!library.handle && verb != "load" && verb != "loaded" && verb != "resources") {
+            std::fprintf(stderr, "host session: \"%s\" while the library is unloaded\n", line.c_str());
+            return 3;
+        }
         if (verb == "factory") factoryMode = std::atoi(text.c_str());
         else if (verb == "medium") diagsMedium = std::atoi(text.c_str());
-        else if (verb == "translator") InitializeTCTranslator(argument);
-        else if (verb == "init") Initialize(argument);
-        else if (verb == "uninit") Uninitialize(argument);
-        else if (verb == "initialized") Answer(std::to_string(IsInitialized()).c_str());
+        else if (verb == "translator") library.InitializeTCTranslator(argument);
+        else if (verb == "init") library.Initialize(argument);
+        else if (verb == "uninit") library.Uninitialize(argument);
+        else if (verb == "initialized") Answer(std::to_string(library.IsInitialized()).c_str());
         else if (verb == "callback") {
-            Answer(SetCallback(&Callback));
-            FreeLastSetCallbackResult();
+            Answer(library.SetCallback(&Callback));
+            library.FreeLastSetCallbackResult();
         } else if (verb == "run") {
-            Answer(ExecuteXMLCommand(argument));
-            FreeLastExecuteXMLCommandResult();
+            Answer(library.ExecuteXMLCommand(argument));
+            library.FreeLastExecuteXMLCommandResult();
         } else if (verb == "hold") {
-            held.push_back(ExecuteXMLCommand(argument));
+            held.push_back(library.ExecuteXMLCommand(argument));
             Answer(held.back());
         }
         else if (verb == "release") {
-            FreeLastExecuteXMLCommandResult();
-            FreeLastSetCallbackResult();
+            library.FreeLastExecuteXMLCommandResult();
+            library.FreeLastSetCallbackResult();
             if (!held.empty()) held.pop_back();
             Answer(held.empty() ? "<none>" : held.back());
         } else if (verb == "stress") {
             stressing = true;
             const std::string summary =
-                Stress(std::atoi(text.c_str()), ExecuteXMLCommand, FreeLastExecuteXMLCommandResult);
+                Stress(std::atoi(text.c_str()), library.ExecuteXMLCommand, library.FreeLastExecuteXMLCommandResult);
             stressing = false;
             Answer(summary.c_str());
         } else if (verb == "file") {
             Record("answer", access(text.c_str(), F_OK) == 0 ? ReadText(text) : "<no file>");
+        } else if (verb == "unload") {
+            library.Unload();
+        } else if (verb == "load") {
+            if (!library.Load()) return 3;
+        } else if (verb == "loaded") {
+            Answer(dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_NOLOAD) ? "1" : "0");
+        } else if (verb == "resources") {
+            Answer(Resources().c_str());
         } else if (verb == "state") {
             Answer(ProcessState().c_str());
         } else if (verb == "inherit") {
@@ -418,8 +475,10 @@ Session FakeMachine::Run(const Strings& script) {
                                     "ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":verify_asan_link_order=0"};
     for (char** e = environ; *e; ++e)
         if (std::strncmp(*e, "PATH=", 5) && std::strncmp(*e, "ASAN_OPTIONS=", 13)) env.push_back(*e);
-    std::vector<std::string> args = {"umockdev-wrapper", "/proc/" + std::to_string(getpid()) + "/exe", "--host-session",
-                                     folder + "/script.txt", folder + "/transcript.txt"};
+    std::vector<std::string> args = {"umockdev-wrapper"};
+    args.insert(args.end(), wrapper.begin(), wrapper.end());
+    args.insert(args.end(), {"/proc/" + std::to_string(getpid()) + "/exe", "--host-session", folder + "/script.txt",
+                             folder + "/transcript.txt"});
     if (!decoy.empty()) args.push_back(decoy);
     auto pointers = [](std::vector<std::string>& texts) {
         std::vector<char*> list;

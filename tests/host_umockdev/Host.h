@@ -90,6 +90,7 @@ public:
     Session Run(const Strings& script);
     const std::string folder;
     std::string decoy;  // a library the host loads globally before the component
+    Strings wrapper;    // a program the host runs under, with its arguments
 
 private:
     int ioctlSocket = -1;

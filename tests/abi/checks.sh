@@ -10,7 +10,8 @@
 #                                        hardening-check on each BINARY; each
 #                                        OBJECT (or archive) compiled with
 #                                        control flow protection
-#   checks.sh lintian FOLDER             lintian on the .deb files in FOLDER
+#   checks.sh lintian HARDENED BUILD     lintian on the .deb files in the build
+#                                        folder, or on those CPack makes from it
 # Exit status 77 means skipped; the reason is printed.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -108,12 +109,26 @@ hardening() {
 }
 
 lintian_check() {
-    local folder=$1 debs=()
+    local hardened=$1 build=$2 debs=()
+    [ "$hardened" = 1 ] || { echo "not a build that is shipped (sanitizers, or a debug build)"; return $skip; }
     command -v lintian >/dev/null || { echo "lintian missing"; return $skip; }
-    mapfile -t debs < <(find "$folder" -maxdepth 2 -name '*.deb' 2>/dev/null | sort)
-    [ ${#debs[@]} -gt 0 ] || { echo "no .deb packages in $folder: build them first (cpack)"; return $skip; }
-    # Errors fail; warnings are printed for a human to weigh.
+    mapfile -t debs < <(find "$build" -maxdepth 2 -name '*.deb' 2>/dev/null | sort)
+    if [ ${#debs[@]} -eq 0 ]; then
+        # None made yet: CPack makes them from this build, in a folder of
+        # their own that goes again afterwards.
+        command -v cpack >/dev/null && [ -f "$build/CPackConfig.cmake" ] ||
+            { echo "no .deb packages in $build and no CPack configuration to make them"; return $skip; }
+        local scratch
+        scratch=$(mktemp -d /tmp/zorbus-lintian.XXXXXX)
+        trap 'rm -rf "$scratch"' RETURN
+        cpack -G DEB --config "$build/CPackConfig.cmake" -B "$scratch" >"$scratch/cpack.log" 2>&1 ||
+            { cat "$scratch/cpack.log"; return 1; }
+        mapfile -t debs < <(find "$scratch" -maxdepth 1 -name '*.deb' | sort)
+    fi
+    [ ${#debs[@]} -gt 0 ] || { echo "CPack made no .deb package"; return 1; }
+    # Errors fail; warnings and notes are printed for a human to weigh.
     lintian --fail-on error "${debs[@]}"
+    echo "lintian: no error in ${debs[*]##*/}"
 }
 
 case "${1:-}" in
@@ -121,6 +136,6 @@ case "${1:-}" in
     abi) abi "$2" "$3" ;;
     abi-update) abi_update "$2" "$3" ;;
     hardening) shift; hardening "$@" ;;
-    lintian) lintian_check "$2" ;;
-    *) sed -n '2,14p' "$0"; exit 2 ;;
+    lintian) lintian_check "$2" "$3" ;;
+    *) sed -n '2,15p' "$0"; exit 2 ;;
 esac

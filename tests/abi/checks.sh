@@ -12,7 +12,7 @@
 #                                        control flow protection
 #   checks.sh lintian HARDENED BUILD     lintian on the .deb files in the build
 #                                        folder, or on those CPack makes from it
-# Exit status 77 means skipped; the reason is printed.
+# Exit status 77 means skipped, after a line "SKIP: reason".
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 skip=77
@@ -56,10 +56,10 @@ abi_dump() {
 
 abi() {
     local library=$1 stored="$here/libzorbus-$2.abi"
-    command -v abidiff >/dev/null || { echo "abidiff missing (Debian abigail-tools)"; return $skip; }
-    [ -f "$stored" ] || { echo "no stored ABI for $2 ($stored)"; return $skip; }
+    command -v abidiff >/dev/null || { echo "SKIP: abidiff missing (Debian abigail-tools)"; return $skip; }
+    [ -f "$stored" ] || { echo "SKIP: no stored ABI for $2 ($stored)"; return $skip; }
     readelf -S "$library" | grep '\.debug_info' >/dev/null ||
-        { echo "$library has no debug information"; return $skip; }
+        { echo "SKIP: $library has no debug information"; return $skip; }
     local current
     current=$(mktemp)
     trap 'rm -f "$current"' RETURN
@@ -85,8 +85,8 @@ hardening() {
         objects+=("${list[@]}")
     done
     [ "$hardened" = 1 ] ||
-        { echo "not a hardened build (sanitizers, or neither Release nor RelWithDebInfo)"; return $skip; }
-    command -v hardening-check >/dev/null || { echo "hardening-check missing (Debian devscripts)"; return $skip; }
+        { echo "SKIP: not a hardened build (sanitizers, or neither Release nor RelWithDebInfo)"; return $skip; }
+    command -v hardening-check >/dev/null || { echo "SKIP: hardening-check missing (Debian devscripts)"; return $skip; }
     # A binary is marked for control flow protection only when every object
     # linked into it is, and Debian 12's own crti.o and crtn.o (libc6-dev)
     # and libpugixml.a are not: no program built there passes that check,
@@ -110,14 +110,14 @@ hardening() {
 
 lintian_check() {
     local hardened=$1 build=$2 debs=()
-    [ "$hardened" = 1 ] || { echo "not a build that is shipped (sanitizers, or a debug build)"; return $skip; }
-    command -v lintian >/dev/null || { echo "lintian missing"; return $skip; }
+    [ "$hardened" = 1 ] || { echo "SKIP: not a build that is shipped (sanitizers, or a debug build)"; return $skip; }
+    command -v lintian >/dev/null || { echo "SKIP: lintian missing"; return $skip; }
     mapfile -t debs < <(find "$build" -maxdepth 2 -name '*.deb' 2>/dev/null | sort)
     if [ ${#debs[@]} -eq 0 ]; then
         # None made yet: CPack makes them from this build, in a folder of
         # their own that goes again afterwards.
         command -v cpack >/dev/null && [ -f "$build/CPackConfig.cmake" ] ||
-            { echo "no .deb packages in $build and no CPack configuration to make them"; return $skip; }
+            { echo "SKIP: no .deb packages in $build and no CPack configuration to make them"; return $skip; }
         local scratch
         scratch=$(mktemp -d /tmp/zorbus-lintian.XXXXXX)
         trap 'rm -rf "$scratch"' RETURN

@@ -120,3 +120,16 @@ TEST_F(UsbDeviceTest, TheLargestMachineIsFoundWholeAndInOrder) {
     for (Device* d : component.devices) EXPECT_EQ(d->name, "usbDevice" + N(i++)) << "usbDevice2 before usbDevice10";
     EXPECT_EQ(IdentifyAll().size(), 32u * 127u);
 }
+
+TEST_F(UsbDeviceTest, TheLaterOfTwoDevicesOnOnePortIsFound) {
+    std::vector<USBDevice*> devices = Discover(Fixture("usb/data/two_on_one_port.devices"));
+    ASSERT_EQ(devices.size(), 2u);
+    EXPECT_EQ(devices[1]->node->product, "Optical USB Mouse");
+
+    g_factoryMode = 1;
+    component.RemoveDevice(component.FindDevice("usbDevice0"));
+    component.RemoveDevice(component.FindDevice("usbDevice1"));
+    devices = Discover(Fixture("usb/data/two_on_one_port.devices"));
+    ASSERT_EQ(devices.size(), 5u) << "the root hub and its four ports";
+    EXPECT_EQ(devices[3]->node->product, "Optical USB Mouse");
+}

@@ -94,7 +94,6 @@ TEST_F(ParserTest, OutOfRangeTextFailsWithItsText) {
         {rootHub1 + device + "Port=40\n", {failureA, "Port=40 is out of range"}},
         {rootHub1 + "T:  Bus=01 Lev=01 Port=32 MxCh= 4\n", {failureA, "Port=32 is out of range"}},
         {rootHub1 + device + "Port=-3\n", {failureA, "Port=-3 is out of range"}},
-        {rootHub1 + device + "Port=01\n" + device + "Port=01\n", {failureA, "two devices on Port=1 of one hub"}},
         {controllers, {failureA, "more than 32 host controllers"}},
     };
     for (const auto& c : cases) EXPECT_EQ(Failure(c.first), c.second) << c.first;
@@ -177,4 +176,19 @@ TEST(UsbReader, LongLinesOfAFileComeInPiecesAndTheEndIsSeenLate) {
     EXPECT_EQ(reader.readLine(buffer)[0], 'a');
     reader.close();
     EXPECT_FALSE(FileReader(dir.Path("missing")).open());
+}
+
+// The earlier device leaves the tree with all below it; what its lines selected stays selected.
+TEST_F(ParserTest, ALaterDeviceOnAnOccupiedPortTakesTheSlot) {
+    USBnode* root = Parse(Fixture("usb/data/two_on_one_port.devices"));
+    ASSERT_NE(root, nullptr);
+    USBnode* rootHub = root->children[0];
+    ASSERT_NE(rootHub->children[2], nullptr);
+    EXPECT_EQ(rootHub->children[2]->product, "Optical USB Mouse");
+    EXPECT_EQ(rootHub->children[2]->parent, rootHub);
+    EXPECT_EQ(rootHub->children[2]->children[0], nullptr) << "the earlier hub's stick is not the mouse's";
+    EXPECT_EQ(rootHub->children[2]->children[1], nullptr) << "a stick behind the mouse goes to the earlier hub";
+    ASSERT_EQ(tree.usb20Devices.size(), 2u);
+    EXPECT_EQ(tree.usb20Devices.front()->product, "Cruzer");
+    EXPECT_EQ(tree.usb20Devices.back()->product, "DT 101 G2");
 }

@@ -168,6 +168,7 @@ void USBtree::DropTree() {
     current = nullptr;
     for (USBnode*& hub : hubAtLevel) hub = nullptr;
     usb20Devices.clear();
+    displaced.clear();
     endpointPending = false;
 }
 
@@ -327,8 +328,10 @@ USBnode* USBtree::AddDevice(const char* line) {
     }
     if (node->portNumber < 0 || node->portNumber >= usbMaxSlots)
         FailDiscovery(strprintf("Port=%d is out of range", node->portNumber));
-    if (candidate->children[node->portNumber])
-        FailDiscovery(strprintf("two devices on Port=%d of one hub", node->portNumber));
+    // A later device on an occupied port takes the slot. The one it displaces
+    // leaves the tree but lives as long as the parse: the hub table and the
+    // USB 2.0 list may still point at it.
+    if (USBnode* earlier = candidate->children[node->portNumber]) displaced.emplace_back(earlier);
     node->parent = candidate;
     candidate->children.Set(node->portNumber, node.get());
     // Only a node that made it into the tree may serve as a later parent.

@@ -8,7 +8,9 @@
 #pragma once
 
 #include <list>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "tc/usb/linux/USBRecords.h"
 
@@ -82,6 +84,9 @@ public:
                                         unsigned long vendor, unsigned long product);
 
 private:
+    // Nodes whose port a later device took; no device reaches them.
+    std::vector<std::unique_ptr<USBnode>> displaced;
+
     void DropTree();
     // Reads and parses every line; the caller opened the reader.
     void ParseAllLines(USBInfoReader* reader, char* buffer);

@@ -8,8 +8,8 @@ namespace {
 
 const std::string rootHub1 = "T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 2\n"
                              "D:  Ver= 2.00 Cls=09(hub  ) Sub=00 Prot=01 MxPS=64 #Cfgs=  1\n";
-const std::string failureA = "An Error occurred while discovering USB devices in the system";
-const std::string failureB = "Topology Level value of the USB Device out of range";
+const std::string discoveryError = "An Error occurred while discovering USB devices in the system";
+const std::string levelError = "Topology Level value of the USB Device out of range";
 
 // name|product|manufacturer|speed|version|class|kind|ports, "!" when its parent link is wrong
 std::string Row(const USBnode* n) {
@@ -85,16 +85,16 @@ TEST_F(ParserTest, OutOfRangeTextFailsWithItsText) {
     std::string controllers;
     for (int bus = 1; bus <= 33; ++bus) controllers += "T:  Bus=" + std::to_string(bus) + " Lev=00 MxCh= 2\n";
     const std::vector<std::pair<std::string, std::pair<std::string, std::string>>> cases = {
-        {device + "Port=00\n", {failureA, ""}},
-        {"T:  Bus=01 Lev=32 Port=00 MxCh= 0\n", {failureB, ""}},
-        {"T:  Bus=01 Lev=-1 Port=00 MxCh= 0\n", {failureB, ""}},
-        {"T:  Bus=01 Lev=4294967296 Port=00 MxCh= 0\n", {failureB, ""}},  // must not wrap into range
-        {rootHub1 + "T:  Bus=02 Lev=01 Port=00 MxCh= 0\n", {failureA, ""}},  // a new bus forgets the old hubs
-        {"T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 0\n", {failureA, ""}},  // no ports, no parent
-        {rootHub1 + device + "Port=40\n", {failureA, "Port=40 is out of range"}},
-        {rootHub1 + "T:  Bus=01 Lev=01 Port=32 MxCh= 4\n", {failureA, "Port=32 is out of range"}},
-        {rootHub1 + device + "Port=-3\n", {failureA, "Port=-3 is out of range"}},
-        {controllers, {failureA, "more than 32 host controllers"}},
+        {device + "Port=00\n", {discoveryError, ""}},
+        {"T:  Bus=01 Lev=32 Port=00 MxCh= 0\n", {levelError, ""}},
+        {"T:  Bus=01 Lev=-1 Port=00 MxCh= 0\n", {levelError, ""}},
+        {"T:  Bus=01 Lev=4294967296 Port=00 MxCh= 0\n", {levelError, ""}},  // must not wrap into range
+        {rootHub1 + "T:  Bus=02 Lev=01 Port=00 MxCh= 0\n", {discoveryError, ""}},  // a new bus forgets the old hubs
+        {"T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 0\n", {discoveryError, ""}},  // no ports, no parent
+        {rootHub1 + device + "Port=40\n", {discoveryError, "Port=40 is out of range"}},
+        {rootHub1 + "T:  Bus=01 Lev=01 Port=32 MxCh= 4\n", {discoveryError, "Port=32 is out of range"}},
+        {rootHub1 + device + "Port=-3\n", {discoveryError, "Port=-3 is out of range"}},
+        {controllers, {discoveryError, "more than 32 host controllers"}},
     };
     for (const auto& c : cases) EXPECT_EQ(Failure(c.first), c.second) << c.first;
     controllers.erase(controllers.rfind("T:"));

@@ -16,10 +16,10 @@
 
 class USBInfoReader;
 
-// The text of failure A, thrown for a device without a parent hub and for
-// text that does not fit the tree (a port or controller beyond its arrays).
+// Thrown for a device without a parent hub and for text that does not fit
+// the tree (a port or controller beyond its arrays).
 extern const char* const usbDiscoveryFailure;
-// The text of failure B: a topology level outside 0..31.
+// Thrown for a topology level outside 0..31.
 extern const char* const usbLevelFailure;
 
 class USBtree {

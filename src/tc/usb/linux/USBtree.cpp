@@ -12,10 +12,15 @@
 #include "common/TestHooks.h"
 #include "common/Translate.h"
 #include "common/TvkError.h"
+#include "tc/usb/linux/DevicesFileLines.h"
 #include "tc/usb/linux/USBInfoReader.h"
 
 const char* const usbDiscoveryFailure = "An Error occurred while discovering USB devices in the system";
 const char* const usbLevelFailure = "Topology Level value of the USB Device out of range";
+
+using devicesfile::Find;
+using devicesfile::IntAfter;
+using devicesfile::StringAfter;
 
 namespace {
 
@@ -44,61 +49,6 @@ const unsigned long opticalDriveProduct = 0x0840;
 }
 
 bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
-
-// Where `key` first stands in `line`, as strstr finds it; null without it.
-// The key's first character is looked for with strchr and the rest compared
-// there: lines are short and most keys' first letters rare in them.
-template <size_t N>
-const char* Find(const char* line, const char (&key)[N]) {
-    static_assert(N >= 2, "a key has a character at least");
-    for (const char* at = std::strchr(line, key[0]); at; at = std::strchr(at + 1, key[0]))
-        if (std::strncmp(at + 1, key + 1, N - 2) == 0) return at;
-    return nullptr;
-}
-
-bool IsDigit(char c, int base) {
-    if (c >= '0' && c <= '9') return true;
-    return base == 16 && ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'));
-}
-
-int DigitValue(char c) {
-    if (c <= '9') return c - '0';
-    return (c | 0x20) - 'a' + 10;
-}
-
-// strtol(text, nullptr, base) held to 32 bits. The usual forms (blanks, then
-// a few digits) are read here; anything else (signs, other white space, a
-// "0x", long runs of digits) is left to strtol itself.
-int Number(const char* text, int base) {
-    const char* at = text;
-    while (*at == ' ') ++at;
-    if (IsDigit(*at, base) && !(base == 16 && at[0] == '0' && (at[1] == 'x' || at[1] == 'X'))) {
-        // Seven hex digits or nine decimal ones fit in an int.
-        const int most = base == 16 ? 7 : 9;
-        int value = 0, count = 0;
-        for (; count < most && IsDigit(at[count], base); ++count) value = value * base + DigitValue(at[count]);
-        if (!IsDigit(at[count], base)) return value;
-    }
-    const long value = std::strtol(text, nullptr, base);
-    // Held to 32 bits, as strtol itself does on the 32-bit target.
-    if (value > INT_MAX) return INT_MAX;
-    if (value < INT_MIN) return INT_MIN;
-    return static_cast<int>(value);
-}
-
-template <size_t N>
-int IntAfter(const char* line, const char (&key)[N], int base) {
-    const char* found = Find(line, key);
-    return found ? Number(found + N - 1, base) : 0;
-}
-
-template <size_t N>
-void StringAfter(std::string& target, const char* line, const char (&key)[N], size_t maxLength) {
-    const char* found = Find(line, key);
-    if (!found) return;
-    const char* value = found + N - 1;
-    target.assign(value, strnlen(value, maxLength));
-}
 
 // The device classes of a "D:" or "I:" line's "Cls=" value, in the order in
 // which they are tried: the first whose code stands anywhere in the value
@@ -148,16 +98,10 @@ void testhooks::ResetUsbDiscoveryState() {
 // ---- scanning helpers ----
 
 void USBtree::GetString(std::string& target, const char* line, const char* key, size_t maxLength) {
-    const char* found = std::strstr(line, key);
-    if (!found) return;
-    const char* value = found + std::strlen(key);
-    target.assign(value, strnlen(value, maxLength));
+    devicesfile::StringAfterKey(target, line, key, maxLength);
 }
 
-int USBtree::GetInt(const char* line, const char* key, int base) {
-    const char* found = std::strstr(line, key);
-    return found ? Number(found + std::strlen(key), base) : 0;
-}
+int USBtree::GetInt(const char* line, const char* key, int base) { return devicesfile::IntAfterKey(line, key, base); }
 
 // ---- tree life ----
 
@@ -187,17 +131,10 @@ void USBtree::FinishTest() {
 // ---- the parse ----
 
 void USBtree::ParseAllLines(USBInfoReader* reader, char* buffer) {
-    std::memset(buffer, 0, lineBufferSize);
-    for (;;) {
-        if (!reader->readLine(buffer)) break;
-        // A reader that does not terminate its text cannot make us read on.
-        buffer[lineBufferSize - 1] = '\0';
-        const size_t length = std::strlen(buffer);
-        // Only a whole line (or the last piece of an over-long one) ends in a
-        // newline; usb_parse_line removes it, so nothing is parsed twice.
-        if (length > 0 && buffer[length - 1] == '\n') usb_parse_line(buffer);
-        if (reader->noMoreLines()) break;
-    }
+    devicesfile::ScanLines(*reader, buffer, [this](char* line) {
+        usb_parse_line(line);
+        return true;
+    });
 }
 
 USBnode* USBtree::GrowUSBtree(USBInfoReader* reader) {
@@ -254,9 +191,7 @@ int USBtree::RunDescriptorTest(USBInfoReader& reader) {
 }
 
 void USBtree::usb_parse_line(char* line) {
-    const size_t length = std::strlen(line);
-    if (length == 0) return;
-    line[length - 1] = '\0';
+    if (!devicesfile::CutNewline(line)) return;
     switch (line[0]) {
         case 'T':
             current = AddDevice(line);

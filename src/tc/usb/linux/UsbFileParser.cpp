@@ -1,9 +1,9 @@
 #include "tc/usb/linux/UsbFileParser.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "common/Debug.h"
+#include "tc/usb/linux/DevicesFileLines.h"
 
 UsbFileParser::UsbFileParser(std::string serial) : rootHubSerial(std::move(serial)) {}
 
@@ -14,21 +14,15 @@ void UsbFileParser::ParseProcBusUsbDeviceFile() {
     searchOver = false;
     dbgprintf("Parsing /proc/bus/usb/devices");
     char buffer[lineBufferSize];
-    for (;;) {
-        std::memset(buffer, 0, sizeof buffer);
-        if (!readLine(buffer)) break;  // the end, or a read error that would never reach it
-        buffer[lineBufferSize - 1] = '\0';
-        const size_t length = std::strlen(buffer);
-        // Only the last piece of an over-long line ends in a newline.
-        if (length > 0 && buffer[length - 1] == '\n') usb_parse_line(buffer);
-        if (noMoreLines() || searchOver) break;
-    }
+    devicesfile::ScanLines(*this, buffer, [this](char* line) {
+        usb_parse_line(line);
+        return !searchOver;
+    });
 }
 
 void UsbFileParser::usb_parse_line(char* line) {
-    const size_t length = std::strlen(line);
-    if (length == 0) return;
-    line[length - 1] = '\0';
+    if (!devicesfile::CutNewline(line)) return;
+    // Unlike the tree parser: one bus, by its T, S and I lines, no topology.
     switch (line[0]) {
     case 'T':
         if (rootHubFound)
@@ -53,17 +47,11 @@ void UsbFileParser::usb_parse_line(char* line) {
 }
 
 int UsbFileParser::GetInt(const char* line, const char* key, int base) {
-    if (!line || !*line) return 0;
-    const char* at = std::strstr(line, key);
-    if (!at) return 0;
-    return static_cast<int>(std::strtol(at + std::strlen(key), nullptr, base));
+    return devicesfile::IntAfterKey(line, key, base);
 }
 
 void UsbFileParser::GetString(std::string* out, const char* line, const char* key, size_t maxLength) {
-    if (!line || !*line) return;
-    const char* at = std::strstr(line, key);
-    if (!at) return;
-    *out = std::string(at + std::strlen(key)).substr(0, maxLength);
+    devicesfile::StringAfterKey(*out, line, key, maxLength);
 }
 
 bool UsbFileParser::matchRootHUBSerial(const char* line) {

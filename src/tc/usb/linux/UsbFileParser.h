@@ -35,7 +35,8 @@ public:
     void ParseProcBusUsbDeviceFile();
     // One line that ends in a newline; the newline is cut here.
     void usb_parse_line(char* line);
-    // 0 for an empty line or one without `key`.
+    // 0 for an empty line or one without `key`; held to 32 bits as the tree
+    // parser holds it.
     int GetInt(const char* line, const char* key, int base);
     // `out` unchanged for an empty line or one without `key`.
     void GetString(std::string* out, const char* line, const char* key, size_t maxLength);

@@ -6,13 +6,13 @@
 #include <cstdint>
 #include <string>
 
-#include "../tests/usb/LiteralReader.h"
 #include "common/Persistent.h"
 #include "common/TestHooks.h"
 #include "common/TvkError.h"
 #include "common/XmlObject.h"
 #include "tc/frame/USBTestComponent.h"
 #include "tc/usb/linux/Discovery.h"
+#include "tc/usb/linux/LiteralReader.h"
 #include "tc/usb/linux/USBtree.h"
 
 static int factoryMode = 0;

@@ -16,13 +16,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "../tests/usb/LiteralReader.h"
 #include "tc/usb/linux/Discovery.h"
 
 #include "common/Persistent.h"
 #include "common/TvkError.h"
 #include "common/XmlObject.h"
 #include "tc/frame/USBTestComponent.h"
+#include "tc/usb/linux/LiteralReader.h"
 #include "tc/usb/linux/newUSBDevice.h"
 
 static int factoryMode = 0;

@@ -3,7 +3,7 @@
 // the working directory made from `lsusb -v`. The reader picks the source,
 // produces the file when it must and hands it out line by line; it knows
 // nothing of either format. Its operations are virtual so that another
-// source (a test's literal text) can stand in.
+// source (LiteralReader.h: text in memory) can stand in.
 #pragma once
 
 #include <cstdio>

@@ -1,5 +1,6 @@
-// A USBInfoReader over literal text, shared by the USB tests, the
-// benchmarks and the fuzz targets.
+// The USB text source over text in memory, beside USBInfoReader's files:
+// the parsers take their text from it in the tests, the benchmarks and the
+// fuzz targets. It counts its opens, closes and mount attempts.
 #pragma once
 
 #include <algorithm>

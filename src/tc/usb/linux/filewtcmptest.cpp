@@ -8,7 +8,7 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/usb/linux/DriveCycle.h"
 #include "tc/usb/linux/FileCompare.h"
 #include "tc/usb/linux/ScsiPathMapping.h"
@@ -101,9 +101,9 @@ bool FileWriteCompareTest::DoRun(const XmlObject&) {
 
     // Drives that an earlier run left holding the reference get their own
     // bytes back first.
-    const std::string saveDirectory = TestComponent::GetDiagsWriteDirectory();
+    const std::string saveDirectory = outlet::WriteDirectory();
     for (const RecoveryEvent& event : RecoverSavedDrives(saveDirectory))
-        if (pTestComponent) pTestComponent->WriteEventLog(event.caption, event.description);
+        outlet::WriteLog(event.caption, event.description);
 
     for (int i = 1; i <= connected; ++i) {
         USBnode* drive = drives[i - 1];

@@ -10,8 +10,8 @@
 #include "common/Persistent.h"
 #include "tc/frame/USBTestComponent.h"
 #include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/LiteralReader.h"
-#include "tc/usb/linux/USBDevice.h"
+#include "tc/usb/linux/devices/USBDevice.h"
+#include "tc/usb/linux/readers/LiteralReader.h"
 #include "tc/usb/linux/usbxml.h"
 
 namespace {

@@ -12,8 +12,8 @@
 #include "common/XmlObject.h"
 #include "tc/frame/USBTestComponent.h"
 #include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/LiteralReader.h"
-#include "tc/usb/linux/USBtree.h"
+#include "tc/usb/linux/readers/LiteralReader.h"
+#include "tc/usb/linux/readers/USBtree.h"
 
 static int factoryMode = 0;
 extern "C" int nvxIsFactory() { return factoryMode; }

@@ -22,8 +22,8 @@
 #include "common/TvkError.h"
 #include "common/XmlObject.h"
 #include "tc/frame/USBTestComponent.h"
-#include "tc/usb/linux/LiteralReader.h"
-#include "tc/usb/linux/newUSBDevice.h"
+#include "tc/usb/linux/devices/newUSBDevice.h"
+#include "tc/usb/linux/readers/LiteralReader.h"
 
 static int factoryMode = 0;
 extern "C" int nvxIsFactory() { return factoryMode; }

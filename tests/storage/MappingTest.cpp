@@ -3,11 +3,11 @@
 #include <map>
 #include <stdexcept>
 
-#include "tc/usb/linux/DriveGuard.h"
-#include "tc/usb/linux/MountTable.h"
-#include "tc/usb/linux/ScsiPathMapping.h"
-#include "tc/usb/linux/UsbFileParser.h"
-#include "tc/usb/linux/UsbMount.h"
+#include "tc/usb/linux/readers/UsbFileParser.h"
+#include "tc/usb/linux/storage/DriveGuard.h"
+#include "tc/usb/linux/storage/MountTable.h"
+#include "tc/usb/linux/storage/ScsiPathMapping.h"
+#include "tc/usb/linux/storage/UsbMount.h"
 #include "usb/UsbTestSupport.h"
 
 namespace {

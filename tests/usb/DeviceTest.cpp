@@ -2,8 +2,8 @@
 #include "UsbTestSupport.h"
 #include "common/StringUtil.h"
 #include "common/TvkError.h"
-#include "tc/usb/linux/RootHubProbe.h"
-#include "tc/usb/linux/RootHubTest.h"
+#include "tc/usb/linux/devices/RootHubProbe.h"
+#include "tc/usb/linux/usbtests/RootHubTest.h"
 
 namespace {
 

@@ -8,11 +8,11 @@
 #include "common/Debug.h"
 #include "common/TvkError.h"
 #include "platform/HostServices.h"
-#include "tc/usb/linux/ExternalTool.h"
-#include "tc/usb/linux/USBDevice.h"
-#include "tc/usb/linux/USBInfoReader.h"
-#include "tc/usb/linux/USBtree.h"
-#include "tc/usb/linux/newUSBDevice.h"
+#include "tc/usb/linux/devices/USBDevice.h"
+#include "tc/usb/linux/devices/newUSBDevice.h"
+#include "tc/usb/linux/readers/USBInfoReader.h"
+#include "tc/usb/linux/readers/USBtree.h"
+#include "tc/usb/linux/storage/ExternalTool.h"
 #include "tc/usb/linux/usbxml.h"
 
 namespace {

@@ -381,7 +381,8 @@ Session FakeMachine::Run(const Strings& script) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addchdir_np(&actions, (folder + "/work").c_str());
-    posix_spawn_file_actions_addopen(&actions, 1, (folder + "/session.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const std::string output = folder + "/session.out";
+    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_adddup2(&actions, 1, 2);
     // Opening a testbed file under /dev connects to the ioctl socket: accepted here while the host runs.
     std::atomic<bool> done{false};

@@ -7,6 +7,7 @@
 
 #include <cstdio>
 
+#include "common/TestHooks.h"
 #include "common/TvkError.h"
 #include "platform/HostServices.h"
 #include "tc/usb/linux/SpeedTest.h"
@@ -27,7 +28,7 @@ int Walk() {
 void BM_WalkFreshListing(benchmark::State& state) {
     int controllers = 0;
     for (auto _ : state) {
-        SetHostServicePathsForTests("", "");  // forgets the listing
+        testhooks::SetHostServicePaths("", "");  // forgets the listing
         controllers = Walk();
     }
     state.counters["ehci"] = controllers;
@@ -44,7 +45,7 @@ void BM_SpeedTestTry(benchmark::State& state) {
     XmlObject command("<runTest/>");
     int passes = 0;
     for (auto _ : state) {
-        SetHostServicePathsForTests("", "");
+        testhooks::SetHostServicePaths("", "");
         try {
             passes += test.DoRun(command);
         } catch (const TvkError&) {

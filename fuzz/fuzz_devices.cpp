@@ -8,6 +8,7 @@
 
 #include "../tests/usb/LiteralReader.h"
 #include "common/Persistent.h"
+#include "common/TestHooks.h"
 #include "common/TvkError.h"
 #include "common/XmlObject.h"
 #include "tc/frame/USBTestComponent.h"
@@ -22,7 +23,7 @@ static char* IgnoreEvent(const char*) { return nullptr; }
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);
     factoryMode = size > 0 && (data[0] & 1);
-    ResetUsbDiscoveryStateForTests();
+    testhooks::ResetUsbDiscoveryState();
 
     // The parser alone, released by hand.
     {

@@ -49,7 +49,7 @@ uint32_t GetU32(const unsigned char* p) {
 }
 
 bool ReadWholeFile(const std::string& path, std::string& out) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    std::FILE* file = std::fopen(path.c_str(), "rbe");
     if (!file) return false;
     // A directory opens for reading too; only a regular file holds state.
     struct stat status;
@@ -71,7 +71,7 @@ bool ReadWholeFile(const std::string& path, std::string& out) {
 }
 
 bool WriteWholeFile(const std::string& path, const std::string& bytes) {
-    std::FILE* file = std::fopen(path.c_str(), "wb");
+    std::FILE* file = std::fopen(path.c_str(), "wbe");
     if (!file) return false;
     bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
     if (std::fclose(file) != 0) written = false;

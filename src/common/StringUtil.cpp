@@ -1,7 +1,11 @@
 #include "common/StringUtil.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdint>
 #include <cstdarg>
 #include <cstdio>
@@ -98,8 +102,28 @@ int strnumcmp(const std::string& a, const std::string& b) {
 }
 
 bool FileExists(const std::string& path) {
-    FILE* f = fopen(path.c_str(), "r");
+    FILE* f = fopen(path.c_str(), "re");
     if (!f) return false;
     fclose(f);
     return true;
+}
+
+bool ReadFileContents(const std::string& path, std::string& text, size_t limit) {
+    text.clear();
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    char buffer[8192];
+    bool fits = true;
+    for (;;) {
+        const ssize_t n = read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        if (static_cast<size_t>(n) > limit - text.size()) {
+            fits = false;
+            break;
+        }
+        text.append(buffer, static_cast<size_t>(n));
+    }
+    close(fd);
+    return fits;
 }

@@ -1,6 +1,7 @@
 // Small text helpers of the support library.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 // printf into a std::string; no length limit.
@@ -18,3 +19,9 @@ int compare_nocase(const std::string& a, const std::string& b, std::string::size
 int strnumcmp(const std::string& a, const std::string& b);
 // True when the file can be opened for reading (a directory counts).
 bool FileExists(const std::string& path);
+// The whole content of `path` into `text`, read through a close-on-exec
+// descriptor (a stream cannot ask for one, and a program the host starts
+// meanwhile must not inherit it). False when the file cannot be opened or
+// holds more than `limit` bytes; a read error ends the text where it
+// happened, as with a stream.
+bool ReadFileContents(const std::string& path, std::string& text, size_t limit = SIZE_MAX);

@@ -32,6 +32,11 @@ std::string GetElapsedTimeString(double seconds) {
                      static_cast<unsigned long long>(ms % 1000));
 }
 
+std::string GetElapsedTimeSince(uint64_t startTicks) {
+    const uint64_t elapsed = TickTimer::GetCurrentTimeInTicks() - startTicks;
+    return GetElapsedTimeString(static_cast<double>(elapsed) / static_cast<double>(TickTimer::ms_ticksPerSecond));
+}
+
 void SleepMS(unsigned int milliseconds) {
     timespec wait;
     wait.tv_sec = milliseconds / 1000;

@@ -15,4 +15,6 @@ public:
 std::string GetClockTime();
 // Seconds as "HH:MM:SS.mmm" (hours may exceed 24); negative counts as 0.
 std::string GetElapsedTimeString(double seconds);
+// The time since `startTicks` (of GetCurrentTimeInTicks) in that form.
+std::string GetElapsedTimeSince(uint64_t startTicks);
 void SleepMS(unsigned int milliseconds);

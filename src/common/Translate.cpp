@@ -8,12 +8,13 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
 #include <unordered_map>
 #include <vector>
+
+#include "common/StringUtil.h"
 
 namespace {
 
@@ -113,14 +114,8 @@ bool ParseMo(const std::string& data, Catalog& out) {
 }
 
 bool LoadMo(const std::string& path, Catalog& out) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return false;
-    file.seekg(0, std::ios::end);
-    const std::streamoff length = file.tellg();
-    if (length <= 0 || static_cast<uint64_t>(length) > kMaxCatalogBytes) return false;
-    std::string data(static_cast<size_t>(length), '\0');
-    file.seekg(0, std::ios::beg);
-    if (!file.read(&data[0], length)) return false;
+    std::string data;
+    if (!ReadFileContents(path, data, kMaxCatalogBytes) || data.empty()) return false;
     return ParseMo(data, out);
 }
 

@@ -16,6 +16,8 @@
 #include <mutex>
 #include <string>
 
+#include "common/TestHooks.h"
+
 #define ZORBUS_HOST_FALLBACK extern "C" __attribute__((weak, visibility("default")))
 
 ZORBUS_HOST_FALLBACK int nvxIsFactory() { return 0; }
@@ -165,7 +167,7 @@ bool CopyWithMap(int fd, unsigned char* target, uint64_t address, size_t length)
 
 }  // namespace
 
-void SetHostServicePathsForTests(const std::string& pciDevices, const std::string& physicalMemory) {
+void testhooks::SetHostServicePaths(const std::string& pciDevices, const std::string& physicalMemory) {
     PciState& state = Pci();
     std::lock_guard<std::mutex> guard(state.lock);
     state.devicesDir = pciDevices.empty() ? pciDevicesDefault : pciDevices;

@@ -31,10 +31,3 @@ uint32_t nvxGetPciConfigDWORD(int bus, int device, int function, int reg);
 // the buffer zeroed. Fallback: /dev/mem (root only).
 int CopyPhysicalMemory(void* buffer, uint32_t addressLow, uint32_t addressHigh, uint32_t length, int flags);
 }
-
-#include <string>
-
-// For unit tests only: the folder of PCI functions (in place of
-// "/sys/bus/pci/devices") and the physical memory file (in place of
-// "/dev/mem") that the fallbacks read. Empty texts restore the fixed paths.
-void SetHostServicePathsForTests(const std::string& pciDevices, const std::string& physicalMemory);

@@ -67,6 +67,9 @@ TEST(TextHelpers, NaturalOrderTokensTrimFormatAndElapsedTime) {
     EXPECT_EQ(strprintf("%s-%d", wide.c_str(), 7), wide + "-7");
     EXPECT_EQ(GetElapsedTimeString(0.0) + GetElapsedTimeString(3723.4567) + GetElapsedTimeString(-5),
               "00:00:00.00001:02:03.45700:00:00.000");
+    // Ticks are microseconds; the few that pass during the call land in the fraction.
+    const uint64_t hourAgo = TickTimer::GetCurrentTimeInTicks() - 3723 * TickTimer::ms_ticksPerSecond;
+    EXPECT_EQ(GetElapsedTimeSince(hourAgo).substr(0, 9), "01:02:03.");
 }
 
 TEST(TvkError, XmlHasAttributesInFixedOrderTheLatestReferenceAndBothWritersAgree) {

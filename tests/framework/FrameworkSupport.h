@@ -83,6 +83,7 @@ struct ScriptedTest : Test {
     bool locks = false;
     int tries = 0, cleanups = 0;
     std::string lastTryAttribute;
+    StringParameter mode;  // in the list only where a test adds it
     explicit ScriptedTest(const std::string& name = "", Device* device = nullptr) : Test(name, device) {}
     bool LocksDevice() override { return locks; }
     void SetParameters() override { if (onSetParameters) onSetParameters(*this); }

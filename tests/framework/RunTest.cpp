@@ -2,9 +2,11 @@
 // becomes the error child of the result; diagnoses, alone and a device's run of
 // all; string and numeric parameters, the list, and the value expressions.
 #include <climits>
+#include <memory>
 #include <stdexcept>
 
 #include "FrameworkSupport.h"
+#include "tc/framework/CaughtError.h"
 
 using namespace fw;
 
@@ -116,7 +118,7 @@ TEST_F(FrameworkTest, EveryKindOfFailureBecomesTheErrorChild) {
     device->description.clear();
     test->cpu = 3;
     TvkError empty("", "", "");
-    test->SetErrorObject(empty);
+    test->SetErrorObject(ErrorElement(empty));
     EXPECT_EQ(test->errorObject.value, "Ran on CPU 3");
 }
 
@@ -166,8 +168,8 @@ TEST_F(FrameworkTest, LockedDeviceBlocksCancelStopsBetweenTriesAndTheLockIsAlway
 TEST_F(FrameworkTest, CatalogueElementHasItsAttributesInOrder) {
     ScriptedTest* test = AddTest("t1");
     test->interactive = test->fieldtest = true;
-    StringParameter mode("mode", "Mode", "The mode", "fast");
-    test->AddParameter(&mode);
+    test->mode.Set("mode", "Mode", "The mode", "fast");
+    test->AddParameter(&test->mode);
     XmlObject element(test->GetXmlString());
     const std::string names = "name caption description interactive requiresMedia requiresEquipment quick complete "
                               "requiresWindow localOnly singleThread destructive romTest fieldtest";
@@ -279,6 +281,34 @@ TEST_F(FrameworkTest, DiagnosisRunTurnsEveryFailureIntoAnErrorChild) {
     }
 }
 
+// The element CaughtErrorElement gives for `thrown`, caught by `run`.
+template <class Thrown>
+XmlObject caught(const Thrown& thrown, CaughtIn run, const Device* where, const std::string& runName) {
+    try {
+        throw thrown;
+    } catch (...) {
+        return CaughtErrorElement(run, where, runName);
+    }
+}
+
+TEST_F(FrameworkTest, CaughtErrorElementRefersAndNamesAsEachRunDoes) {
+    const XmlObject ofTest = caught(FrontendError("bad", "why"), CaughtIn::testRun, device, "t");
+    EXPECT_EQ(ofTest.GetAttributeValue("errorCode"), "FrontendError");
+    EXPECT_EQ(ofTest.GetAttributeValue("reference"), "frontEnd, frontEnd");
+    const XmlObject ofDiagnosis = caught(FrontendError("bad", "why"), CaughtIn::diagnosisRun, device, "d");
+    EXPECT_EQ(ofDiagnosis.GetAttributeValue("reference"), "FakeClass, d");
+    const XmlObject withoutDevice = caught(TvkError("x", "", ""), CaughtIn::diagnosisRun, nullptr, "d");
+    EXPECT_EQ(withoutDevice.GetAttributeValue("reference"), "frontEnd, frontEnd");
+
+    EXPECT_EQ(caught(std::string("s"), CaughtIn::diagnosisRun, device, "d").GetAttributeValue("detail"), "dev0, d, s");
+    EXPECT_EQ(caught(42, CaughtIn::testRun, device, "t").GetAttributeValue("detail"), "dev0, t, ");
+    EXPECT_EQ(caught(42, CaughtIn::diagnosisRun, nullptr, "d").GetAttributeValue("detail"), "d");
+    // A warning thrown is no error of the run: it is reported as internal.
+    const XmlObject warning = caught(TvkWarning("w", "", ""), CaughtIn::testRun, device, "t");
+    EXPECT_EQ(warning.GetAttributeValue("key"), "Corvane internal error");
+    EXPECT_EQ(warning.GetAttributeValue("detail"), "dev0, t, w");
+}
+
 // The refusal's second text, or "accepted".
 std::string refusal(NumericParameter<int>& p, const std::string& text) {
     try {
@@ -297,14 +327,13 @@ NumericParameter<int> bounded(int min, int max) {
 }
 
 TEST_F(FrameworkTest, ParametersTakeTheirDefaultOnEveryRunWithoutAValueAndTheListStopsAtTheFirstRefusal) {
-    StringParameter mode;
     ScriptedTest* test = AddTest("t1");
-    test->onSetParameters = [&mode](ScriptedTest& t) {
-        mode.Set("mode", "Mode", "", "fast");
-        t.AddParameter(&mode);
+    test->onSetParameters = [](ScriptedTest& t) {
+        t.mode.Set("mode", "Mode", "", "fast");
+        t.AddParameter(&t.mode);
     };
     std::vector<std::string> seen;
-    test->body = [&](ScriptedTest&, int) { return seen.push_back(mode.GetValue()), true; };
+    test->body = [&](ScriptedTest& t, int) { return seen.push_back(t.mode.GetValue()), true; };
     for (const char* attributes : {"mode=\"slow\"", "", "mode=\"\""}) RunTest("t1", attributes);
     EXPECT_EQ(seen, (std::vector<std::string>{"slow", "fast", "fast"}));
 
@@ -341,6 +370,28 @@ TEST_F(FrameworkTest, ParametersTakeTheirDefaultOnEveryRunWithoutAValueAndTheLis
     EXPECT_EQ(copy->GetDefaultValue(), "x");
     EXPECT_EQ(copy->GetCaption(), "A");
     EXPECT_EQ(copiedList->parameters, std::vector<Parameter*>{copy.get()});
+}
+
+TEST_F(FrameworkTest, ACopiedTestsListNamesItsOwnParameters) {
+    ScriptedTest* original = AddTest("t1");
+    original->onSetParameters = [](ScriptedTest& t) {
+        t.mode.Set("mode", "Mode", "", "fast");
+        t.AddParameter(&t.mode);
+    };
+    original->SetParameters();
+    original->mode.SetValue("slow");
+    std::unique_ptr<ScriptedTest> copy(static_cast<ScriptedTest*>(original->CreateCopy()));
+    ASSERT_EQ(copy->parameters.parameters.size(), 1u);
+    EXPECT_EQ(copy->parameters.parameters[0], &copy->mode);
+    EXPECT_EQ(copy->mode.GetValue(), "slow");
+    copy->parameters.Parse(XmlObject("<run mode=\"turbo\"/>"));
+    EXPECT_EQ(copy->mode.GetValue(), "turbo");
+    EXPECT_EQ(original->mode.GetValue(), "slow");
+
+    ScriptedTest target;
+    target.CopyFromPointer(original);
+    ASSERT_EQ(target.parameters.parameters.size(), 1u);
+    EXPECT_EQ(target.parameters.parameters[0], &target.mode);
 }
 
 TEST(NumericParameter, ExpressionResults) {

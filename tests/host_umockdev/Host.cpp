@@ -1,7 +1,9 @@
 #include "Host.h"
 
+#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -13,11 +15,14 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <clocale>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <locale>
 #include <map>
 #include <mutex>
 #include <random>
@@ -53,6 +58,12 @@ std::string Decode(std::string text) {
 //   stress SECONDS       four threads send a random mix of commands for that long, each answer released by its
 //                        own thread; answers: how often each command ran, and each answer whose element did not
 //                        fit its command
+//   unload, load         dlclose the library, dlopen it again
+//   loaded               whether the library is still mapped, as answer
+//   resources            "descriptors N threads N mappings N" of this process, as answer
+//   state                working directory, umask, locales, signals and environment, as answer
+//   inherit              opens a descriptor that every program started would inherit
+//   resolve NAME         the file that defines NAME for the global scope, as answer
 // Transcript: records "kind length\ntext\n"; kind "step", "answer" or "event".
 // Prompts are answered with the first button, as an operator pressing OK.
 
@@ -111,32 +122,99 @@ std::string Stress(int seconds, char* (*execute)(const char*), void (*release)()
     return summary + unexpected;
 }
 
-int RunHostSession(const char* scriptPath, const char* transcriptPath) {
+// The entry points of one load of the library.
+struct Library {
+    void* handle = nullptr;
+    void (*Initialize)(const char*) = nullptr;
+    void (*Uninitialize)(const char*) = nullptr;
+    void (*InitializeTCTranslator)(const char*) = nullptr;
+    int (*IsInitialized)() = nullptr;
+    char* (*SetCallback)(char* (*)(const char*)) = nullptr;
+    char* (*ExecuteXMLCommand)(const char*) = nullptr;
+    void (*FreeLastSetCallbackResult)() = nullptr;
+    void (*FreeLastExecuteXMLCommandResult)() = nullptr;
+
+    bool Load() {
+        handle = dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
+        if (!handle) {
+            std::fprintf(stderr, "host session: cannot load: %s\n", dlerror());
+            return false;
+        }
+        return Bind(Initialize, "Initialize") && Bind(Uninitialize, "Uninitialize") &&
+               Bind(InitializeTCTranslator, "InitializeTCTranslator") && Bind(IsInitialized, "IsInitialized") &&
+               Bind(SetCallback, "SetCallback") && Bind(ExecuteXMLCommand, "ExecuteXMLCommand") &&
+               Bind(FreeLastSetCallbackResult, "FreeLastSetCallbackResult") &&
+               Bind(FreeLastExecuteXMLCommandResult, "FreeLastExecuteXMLCommandResult");
+    }
+    template <class F>
+    bool Bind(F& entry, const char* name) {
+        entry = reinterpret_cast<F>(dlsym(handle, name));
+        if (!entry) std::fprintf(stderr, "host session: missing entry point %s\n", name);
+        return entry != nullptr;
+    }
+    void Unload() {
+        dlclose(handle);
+        *this = Library();
+    }
+};
+
+size_t CountEntries(const char* folder) {
+    size_t count = 0;
+    if (DIR* dir = opendir(folder)) {
+        while (const dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
+        closedir(dir);
+    }
+    return count;
+}
+
+std::string Resources() {
+    std::ifstream maps("/proc/self/maps");
+    size_t mappings = 0;
+    for (std::string line; std::getline(maps, line);) ++mappings;
+    // The listing's own descriptor is not counted.
+    return "descriptors " + std::to_string(CountEntries("/proc/self/fd") - 1) + " threads " +
+           std::to_string(CountEntries("/proc/self/task")) + " mappings " + std::to_string(mappings);
+}
+
+// What the component must leave as it found it in its host.
+std::string ProcessState() {
+    char folder[PATH_MAX];
+    std::string state = std::string("cwd ") + (getcwd(folder, sizeof folder) ? folder : "?") + "\n";
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.compare(0, 6, "Umask:") == 0) state += line + "\n";
+    state += std::string("locale ") + setlocale(LC_ALL, nullptr) + " C++ " + std::locale().name() + "\n";
+    sigset_t blocked;
+    pthread_sigmask(SIG_SETMASK, nullptr, &blocked);
+    for (int signal = 1; signal < NSIG; ++signal) {
+        struct sigaction action;
+        if (sigaction(signal, nullptr, &action) != 0) continue;
+        if (action.sa_handler != SIG_DFL || sigismember(&blocked, signal) == 1)
+            state += "signal " + std::to_string(signal) + (action.sa_handler == SIG_IGN ? " ignored" : " handled") +
+                     (sigismember(&blocked, signal) == 1 ? " blocked" : "") + "\n";
+    }
+    for (char** e = environ; *e; ++e) state += std::string("env ") + *e + "\n";
+    return state;
+}
+
+int RunHostSession(const char* scriptPath, const char* transcriptPath, const char* decoy) {
     if (access(testbedMark, F_OK) != 0) {
         std::fprintf(stderr, "host session: %s not visible; is the umockdev preload active?\n", testbedMark);
         return 2;
     }
-    std::ifstream script(scriptPath);
-    transcript = std::fopen(transcriptPath, "w");
-    void* library = dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-    if (!script || !transcript || !library) {
-        std::fprintf(stderr, "host session: cannot start: %s\n", library ? "script or transcript" : dlerror());
+    // Before the component, and for every object loaded after it.
+    if (decoy && !dlopen(decoy, RTLD_NOW | RTLD_GLOBAL)) {
+        std::fprintf(stderr, "host session: cannot load the decoy: %s\n", dlerror());
         return 3;
     }
-    auto entry = [library](const char* name) {
-        if (void* f = dlsym(library, name)) return f;
-        throw std::runtime_error(std::string("missing entry point ") + name);
-    };
-#define ENTRY(name, type) const auto name = reinterpret_cast<type>(entry(#name))
-    ENTRY(Initialize, void (*)(const char*));
-    ENTRY(Uninitialize, void (*)(const char*));
-    ENTRY(InitializeTCTranslator, void (*)(const char*));
-    ENTRY(IsInitialized, int (*)());
-    ENTRY(SetCallback, char* (*)(char* (*)(const char*)));
-    ENTRY(ExecuteXMLCommand, char* (*)(const char*));
-    ENTRY(FreeLastSetCallbackResult, void (*)());
-    ENTRY(FreeLastExecuteXMLCommandResult, void (*)());
-#undef ENTRY
+    std::ifstream script(scriptPath);
+    transcript = std::fopen(transcriptPath, "w");
+    Library library;
+    if (!script || !transcript) {
+        std::fprintf(stderr, "host session: cannot start: no script or transcript\n");
+        return 3;
+    }
+    if (!library.Load()) return 3;
     const auto Answer = [](const char* text) { Record("answer", text ? text : "<null>"); };
 
     std::vector<char*> held;
@@ -145,35 +223,55 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath) {
         const std::string verb = line.substr(0, blank), text = blank == std::string::npos ? "" : line.substr(blank + 1);
         const char* argument = blank == std::string::npos ? nullptr : text.c_str();
         Record("step", line);
+        if (!library.handle && verb != "load" && verb != "loaded" && verb != "resources") {
+            std::fprintf(stderr, "host session: \"%s\" while the library is unloaded\n", line.c_str());
+            return 3;
+        }
         if (verb == "factory") factoryMode = std::atoi(text.c_str());
         else if (verb == "medium") diagsMedium = std::atoi(text.c_str());
-        else if (verb == "translator") InitializeTCTranslator(argument);
-        else if (verb == "init") Initialize(argument);
-        else if (verb == "uninit") Uninitialize(argument);
-        else if (verb == "initialized") Answer(std::to_string(IsInitialized()).c_str());
+        else if (verb == "translator") library.InitializeTCTranslator(argument);
+        else if (verb == "init") library.Initialize(argument);
+        else if (verb == "uninit") library.Uninitialize(argument);
+        else if (verb == "initialized") Answer(std::to_string(library.IsInitialized()).c_str());
         else if (verb == "callback") {
-            Answer(SetCallback(&Callback));
-            FreeLastSetCallbackResult();
+            Answer(library.SetCallback(&Callback));
+            library.FreeLastSetCallbackResult();
         } else if (verb == "run") {
-            Answer(ExecuteXMLCommand(argument));
-            FreeLastExecuteXMLCommandResult();
+            Answer(library.ExecuteXMLCommand(argument));
+            library.FreeLastExecuteXMLCommandResult();
         } else if (verb == "hold") {
-            held.push_back(ExecuteXMLCommand(argument));
+            held.push_back(library.ExecuteXMLCommand(argument));
             Answer(held.back());
         }
         else if (verb == "release") {
-            FreeLastExecuteXMLCommandResult();
-            FreeLastSetCallbackResult();
+            library.FreeLastExecuteXMLCommandResult();
+            library.FreeLastSetCallbackResult();
             if (!held.empty()) held.pop_back();
             Answer(held.empty() ? "<none>" : held.back());
         } else if (verb == "stress") {
             stressing = true;
             const std::string summary =
-                Stress(std::atoi(text.c_str()), ExecuteXMLCommand, FreeLastExecuteXMLCommandResult);
+                Stress(std::atoi(text.c_str()), library.ExecuteXMLCommand, library.FreeLastExecuteXMLCommandResult);
             stressing = false;
             Answer(summary.c_str());
         } else if (verb == "file") {
             Record("answer", access(text.c_str(), F_OK) == 0 ? ReadText(text) : "<no file>");
+        } else if (verb == "unload") {
+            library.Unload();
+        } else if (verb == "load") {
+            if (!library.Load()) return 3;
+        } else if (verb == "loaded") {
+            Answer(dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_NOLOAD) ? "1" : "0");
+        } else if (verb == "resources") {
+            Answer(Resources().c_str());
+        } else if (verb == "state") {
+            Answer(ProcessState().c_str());
+        } else if (verb == "inherit") {
+            Answer(std::to_string(open(".", O_RDONLY | O_DIRECTORY)).c_str());
+        } else if (verb == "resolve") {
+            Dl_info where{};
+            void* address = dlsym(RTLD_DEFAULT, text.c_str());
+            Answer(address && dladdr(address, &where) && where.dli_fname ? where.dli_fname : "<none>");
         } else {
             std::fprintf(stderr, "host session: unknown verb in \"%s\"\n", line.c_str());
             return 3;
@@ -252,7 +350,8 @@ const std::string& DiversionUnavailable() {
 // One program, three roles: the tests, the host they start (--host-session),
 // and the check that umockdev diverts this program (--diversion-probe).
 int main(int argc, char** argv) {
-    if (argc == 4 && std::strcmp(argv[1], "--host-session") == 0) return RunHostSession(argv[2], argv[3]);
+    if ((argc == 4 || argc == 5) && std::strcmp(argv[1], "--host-session") == 0)
+        return RunHostSession(argv[2], argv[3], argc == 5 ? argv[4] : nullptr);
     if (argc == 2 && std::strcmp(argv[1], "--diversion-probe") == 0) return access(testbedMark, F_OK) == 0 ? 0 : 2;
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
@@ -341,6 +440,14 @@ void FakeMachine::Write(const std::string& path, const std::string& text) const 
     if (!(out << text)) throw std::runtime_error("cannot write " + path);
 }
 
+void FakeMachine::WatchDescriptors(const Strings& stubs) const {
+    fs::create_directories(folder + "/shell");
+    for (const std::string& path : stubs) {
+        fs::rename(folder + "/" + path, folder + "/shell/" + fs::path(path).filename().string());
+        fs::copy_file(ZORBUS_FDLIST_PATH, folder + "/" + path);
+    }
+}
+
 bool FakeMachine::Has(const std::string& path) const { return fs::exists(folder + "/" + path); }
 
 bool FakeMachine::Remove(const std::string& path) const {
@@ -369,8 +476,11 @@ Session FakeMachine::Run(const Strings& script) {
                                     "ASAN_OPTIONS=" + std::string(asan ? asan : "") + ":verify_asan_link_order=0"};
     for (char** e = environ; *e; ++e)
         if (std::strncmp(*e, "PATH=", 5) && std::strncmp(*e, "ASAN_OPTIONS=", 13)) env.push_back(*e);
-    std::vector<std::string> args = {"umockdev-wrapper", "/proc/" + std::to_string(getpid()) + "/exe", "--host-session",
-                                     folder + "/script.txt", folder + "/transcript.txt"};
+    std::vector<std::string> args = {"umockdev-wrapper"};
+    args.insert(args.end(), wrapper.begin(), wrapper.end());
+    args.insert(args.end(), {"/proc/" + std::to_string(getpid()) + "/exe", "--host-session", folder + "/script.txt",
+                             folder + "/transcript.txt"});
+    if (!decoy.empty()) args.push_back(decoy);
     auto pointers = [](std::vector<std::string>& texts) {
         std::vector<char*> list;
         for (std::string& t : texts) list.push_back(&t[0]);

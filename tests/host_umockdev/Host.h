@@ -83,9 +83,14 @@ public:
     // the real one, and a test of its absence cannot run here.
     bool Remove(const std::string& path) const;
     Strings Calls() const;  // "tool [arg] [arg]" a line
+    // Puts a program in front of each stub ("stubs/TOOL", "work/TOOL") that logs the
+    // descriptors it was started with, as a line "TOOL N N ..." of "descriptors.log".
+    void WatchDescriptors(const Strings& stubs) const;
     // Plays the script (see Host.cpp) in a fresh host; expects it to run to its end.
     Session Run(const Strings& script);
     const std::string folder;
+    std::string decoy;  // a library the host loads globally before the component
+    Strings wrapper;    // a program the host runs under, with its arguments
 
 private:
     int ioctlSocket = -1;

@@ -1,6 +1,4 @@
 // The C entry points and the command dispatcher, driven as a host drives them, on a bare testbed.
-#include <dlfcn.h>
-
 #include <map>
 #include <sstream>
 
@@ -151,22 +149,6 @@ TEST(EntryPoints, StateFileIsWrittenAndRestoredAndADamagedOneStartsAFreshCompone
     }
     const Session fresh = m.Run(script);
     for (size_t i = 0; i < 4; ++i) EXPECT_EQ(fresh.Nth("run", i).answer, version) << i;
-}
-
-TEST(EntryPoints, LibraryExportsItsEntryPointsAndHidesPugixml) {
-    void* library = dlopen(ZORBUS_LIBRARY_PATH, RTLD_NOW | RTLD_LOCAL);
-    ASSERT_NE(library, nullptr) << dlerror();
-    for (const char* name :
-         {"Initialize", "Uninitialize", "IsInitialized", "SetCallback", "ExecuteXMLCommand",
-          "FreeLastSetCallbackResult", "FreeLastExecuteXMLCommandResult", "InitializeTCTranslator",
-          "SetDataRepositoryProvider", "pTestComponent", "executeXMLCommandResultStack", "setCallbackResultStack",
-          "tvk_version", "CreateTestComponentFailureLogFile", "nvxIsFactory", "nvxIsDiagsCD",
-          "_Z19CreateTestComponentRKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE",
-          "_Z24UninitializedTCExceptionB5cxx11v"})
-        EXPECT_NE(dlsym(library, name), nullptr) << name;
-    // A host with a pugixml of its own must not meet ours.
-    for (const char* name : {"_ZN4pugi12xml_documentC1Ev", "_ZN4pugi12xml_document11load_stringEPKcj"})
-        EXPECT_EQ(dlsym(library, name), nullptr) << name;
 }
 
 // Four host threads send discoveries, catalogues, tests, cancels, version

@@ -35,7 +35,7 @@ void ExpectNode(const USBnode* n, const Published& want) {
 
 class ParserTest : public ::testing::Test {
 protected:
-    void SetUp() override { ResetUsbDiscoveryStateForTests(); }
+    void SetUp() override { testhooks::ResetUsbDiscoveryState(); }
     void TearDown() override { tree.ChopUSBtree(tree.root); }
     USBnode* Parse(const std::string& text) {
         reader.reset(new LiteralReader(text));

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "common/TestHooks.h"
 #include "common/XmlObject.h"
 #include "common/xmldef.h"
 #include "tc/frame/USBTestComponent.h"
@@ -91,7 +92,7 @@ protected:
     void SetUp() override {
         g_factoryMode = 0;
         g_events.clear();
-        ResetUsbDiscoveryStateForTests();
+        testhooks::ResetUsbDiscoveryState();
         ResetLsusbState();
         component.componentName = "libzorbus.so";
         component.eventCallback = [](const char* xml) -> char* { return g_events.emplace_back(xml), nullptr; };

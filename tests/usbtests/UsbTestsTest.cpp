@@ -1,6 +1,7 @@
 // Descriptor, loopback and speed tests: elements, counting, prompts, PCI and memory services, stored forms.
 #include <algorithm>
 
+#include "common/TestHooks.h"
 #include "platform/HostServices.h"
 #include "tc/usb/linux/DescTest.h"
 #include "tc/usb/linux/LoopbackTest.h"
@@ -49,15 +50,19 @@ protected:
         UsbComponentTest::SetUp();
         g_reader = ReaderLog();
         g_pauses.clear();
-        DescTest::readerForTests = usbLoopbackTest::readerForTests = [] { return (USBInfoReader*)new LoggingReader(); };
-        usbLoopbackTest::pause = [](unsigned int seconds) {
+        const auto makeReader = [] { return static_cast<USBInfoReader*>(new LoggingReader()); };
+        testhooks::SetDescTestReader(makeReader);
+        testhooks::SetLoopbackTestReader(makeReader);
+        testhooks::SetLoopbackTestPause([](unsigned int seconds) {
             g_pauses.push_back(seconds);
             return 0u;
-        };
+        });
     }
     void TearDown() override {
-        DescTest::readerForTests = usbLoopbackTest::readerForTests = nullptr;
-        SetHostServicePathsForTests("", "");
+        testhooks::SetDescTestReader(nullptr);
+        testhooks::SetLoopbackTestReader(nullptr);
+        testhooks::SetLoopbackTestPause(nullptr);
+        testhooks::SetHostServicePaths("", "");
         UsbComponentTest::TearDown();
     }
     static std::vector<std::string> Prompts() {
@@ -79,7 +84,9 @@ protected:
         dir.Write("pci/" + address + "/config", config);
         UsePaths("mem");
     }
-    void UsePaths(const std::string& memoryFile) { SetHostServicePathsForTests(dir.Path("pci"), dir.Path(memoryFile)); }
+    void UsePaths(const std::string& memoryFile) {
+        testhooks::SetHostServicePaths(dir.Path("pci"), dir.Path(memoryFile));
+    }
     void Memory(uint32_t address, const std::string& text) {
         memory.resize(std::max<size_t>(memory.size(), address + text.size()), '\0');
         dir.Write("mem", memory.replace(address, text.size(), text));

@@ -21,15 +21,15 @@
 #include "tc/frame/CommandGate.h"
 #include "tc/frame/TestComponent.h"
 #include "tc/frame/USBTestComponent.h"
+#include "tc/frame/Version.h"
 
 extern "C" {
 TestComponent* pTestComponent = nullptr;
 std::deque<char*> executeXMLCommandResultStack;
 std::deque<char*> setCallbackResultStack;
-std::string tvk_version = "CorvaneVersion 8.6.0.3755A";
+std::string tvk_version = "CorvaneVersion " ZORBUS_COMPONENT_VERSION;
 }
 
-static const char* const versionRecord = "<diagVersion>8.6.0.3755A</diagVersion>";
 static const char* const failureLogSuffix = ".failure.version";
 
 // ---- answers handed to the host ----
@@ -369,7 +369,7 @@ void CreateTestComponentFailureLogFile(const std::string& componentName) {
         // planted at its name, stays untouched.
         int fd = OpenOwnFile(path, O_EXCL);
         if (fd < 0) return;
-        std::string content = std::string(versionRecord) + "\n";
+        std::string content = std::string(diagVersionRecord) + "\n";
         ssize_t written = write(fd, content.data(), content.size());
         if (written != static_cast<ssize_t>(content.size())) dbgprintf("Failure log %s incomplete\n", path.c_str());
         close(fd);

@@ -7,27 +7,28 @@
 #include <string>
 
 #include "common/DataRepository.h"
+#include "tc/frame/Export.h"
 
 class TestComponent;
 
 extern "C" {
-extern std::deque<char*> executeXMLCommandResultStack;
-extern std::deque<char*> setCallbackResultStack;
-extern std::string tvk_version;
+extern ZORBUS_EXPORT std::deque<char*> executeXMLCommandResultStack;
+extern ZORBUS_EXPORT std::deque<char*> setCallbackResultStack;
+extern ZORBUS_EXPORT std::string tvk_version;
 
-void Initialize(const char* initXml);
-void Uninitialize(const char* xml);
-int IsInitialized();
-char* SetCallback(char* (*callback)(const char* xml));
-char* ExecuteXMLCommand(const char* xml);
-void FreeLastSetCallbackResult();
-void FreeLastExecuteXMLCommandResult();
-void InitializeTCTranslator(const char* text);
-void SetDataRepositoryProvider(DataRepository* (*provider)());
-void CreateTestComponentFailureLogFile(const std::string& componentName);
+ZORBUS_EXPORT void Initialize(const char* initXml);
+ZORBUS_EXPORT void Uninitialize(const char* xml);
+ZORBUS_EXPORT int IsInitialized();
+ZORBUS_EXPORT char* SetCallback(char* (*callback)(const char* xml));
+ZORBUS_EXPORT char* ExecuteXMLCommand(const char* xml);
+ZORBUS_EXPORT void FreeLastSetCallbackResult();
+ZORBUS_EXPORT void FreeLastExecuteXMLCommandResult();
+ZORBUS_EXPORT void InitializeTCTranslator(const char* text);
+ZORBUS_EXPORT void SetDataRepositoryProvider(DataRepository* (*provider)());
+ZORBUS_EXPORT void CreateTestComponentFailureLogFile(const std::string& componentName);
 }
 
 // Exported too, for the module itself; they take and give C++ strings, so
 // they keep C++ linkage.
-TestComponent* CreateTestComponent(const std::string& initXml);
-std::string UninitializedTCException();
+ZORBUS_EXPORT TestComponent* CreateTestComponent(const std::string& initXml);
+ZORBUS_EXPORT std::string UninitializedTCException();

@@ -13,11 +13,11 @@
 #include "common/xmldef.h"
 #include "tc/frame/CommandGate.h"
 #include "tc/frame/EntryPoints.h"
+#include "tc/frame/Version.h"
+#include "tc/framework/CaughtError.h"
 #include "tc/framework/Test.h"
 
 std::string TestComponent::diagsWriteDirectory;
-
-static const char* const diagVersionRecord = "<diagVersion>8.6.0.3755A</diagVersion>";
 
 // The device a command names, or the front end's error for a name that is
 // not there.
@@ -28,6 +28,19 @@ static Device* Found(Device* device, const std::string& name) {
         throw error;
     }
     return device;
+}
+
+// A result element with its attributes in the order given and the error's
+// element as its one child: the dispatcher's answer when a test or
+// diagnosis command cannot reach its device.
+static std::string ErrorResult(const char* name,
+                               std::initializer_list<std::pair<const char*, std::string>> attributes,
+                               const TvkError& error) {
+    XmlObject result;
+    result.name = name;
+    for (const auto& attribute : attributes) result.SetAttribute(attribute.first, attribute.second);
+    result.AddObject(ErrorElement(error));
+    return result.GetXmlString();
 }
 
 TestComponent::TestComponent(const TestComponent& other)
@@ -176,14 +189,9 @@ std::string TestComponent::RunTest(XmlObject& command) {
     try {
         return Found(FindDevice(deviceName), deviceName)->RunTest(command);
     } catch (TvkError& error) {
-        XmlObject result;
-        result.name = xmldef::testResult;
-        result.SetAttribute(xmldef::device, deviceName);
-        result.SetAttribute(xmldef::test, testName);
-        result.SetAttribute(xmldef::component, component);
-        result.SetAttribute(xmldef::currentState, xmldef::failed);
-        result.AddObject(XmlObject(error.GetXml()));
-        return result.GetXmlString();
+        return ErrorResult(xmldef::testResult, {{xmldef::device, deviceName}, {xmldef::test, testName},
+                                                {xmldef::component, component}, {xmldef::currentState, xmldef::failed}},
+                           error);
     }
 }
 
@@ -192,17 +200,14 @@ std::string TestComponent::CancelTest(const XmlObject& command) {
     const std::string testName = command.GetAttributeValue(xmldef::test, "");
     const std::string component = command.GetAttributeValue(xmldef::component, "");
     Device* device = FindDevice(deviceName);
-    XmlObject answer;
     if (!device) {
-        answer.name = xmldef::testResult;
-        answer.SetAttribute(xmldef::device, deviceName);
-        answer.SetAttribute(xmldef::test, testName);
-        answer.SetAttribute(xmldef::component, component);
-        answer.AddObject(XmlObject(TvkError("Device not found", deviceName, "").GetXml()));
-        return answer.GetXmlString();
+        return ErrorResult(xmldef::testResult,
+                           {{xmldef::device, deviceName}, {xmldef::test, testName}, {xmldef::component, component}},
+                           TvkError("Device not found", deviceName, ""));
     }
     device->CancelTest(command);
     const Test* test = device->FindTest(testName);
+    XmlObject answer;
     answer.name = xmldef::diagOutput;
     answer.SetAttribute(xmldef::loop, test ? test->loop.load() : 0, 10);
     answer.SetAttribute(xmldef::recordNum, test ? test->recordNum.load() : 0, 10);
@@ -217,14 +222,9 @@ std::string TestComponent::RunDiagnosis(XmlObject& command) {
     try {
         return Found(FindDevice(deviceName), deviceName)->RunDiagnosis(command);
     } catch (TvkError& error) {
-        XmlObject result;
-        result.name = xmldef::diagOutput;
-        result.SetAttribute(xmldef::type, "diagnosisResult");
-        result.SetAttribute(xmldef::component, component);
-        result.SetAttribute(xmldef::device, deviceName);
-        result.SetAttribute(xmldef::currentState, xmldef::failed);
-        result.AddObject(XmlObject(error.GetXml()));
-        return result.GetXmlString();
+        return ErrorResult(xmldef::diagOutput, {{xmldef::type, "diagnosisResult"}, {xmldef::component, component},
+                                                {xmldef::device, deviceName}, {xmldef::currentState, xmldef::failed}},
+                           error);
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include "common/Persistent.h"
 #include "common/XmlObject.h"
+#include "tc/frame/Export.h"
 #include "tc/framework/Device.h"
 
 typedef char* (*EventCallback)(const char* xml);
@@ -76,4 +77,4 @@ private:
 };
 
 // The one component; null while the module is not initialised.
-extern "C" TestComponent* pTestComponent;
+extern "C" ZORBUS_EXPORT TestComponent* pTestComponent;

@@ -5,7 +5,8 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/CaughtError.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Diagnosis.h"
 #include "tc/framework/Test.h"
 
@@ -43,15 +44,8 @@ Device::Device(const std::string& givenName, bool makeUnique) : name(givenName) 
     if (!makeUnique) return;
     std::string::size_type lastNonDigit = name.find_last_not_of("0123456789");
     if (lastNonDigit != std::string::npos && lastNonDigit + 1 < name.size()) name.erase(lastNonDigit + 1);
-    if (pTestComponent && !pTestComponent->buildingCatalog) {
-        // Numbers below the component's hint for this base are known to be
-        // taken, so a long run of devices of one kind is named in linear time.
-        unsigned int number = pTestComponent->NameHint(name);
-        while (pTestComponent->FindDevice(name + std::to_string(number))) ++number;
-        // This number is taken from now on: the next device starts above it.
-        pTestComponent->SetNameHint(name, number + 1);
-        name += std::to_string(number);
-    }
+    unsigned int number = 0;
+    if (outlet::TakeDeviceNumber(name, number)) name += std::to_string(number);
     if (name != givenName) dbgprintf("Device name changed from %s to %s\n", givenName.c_str(), name.c_str());
 }
 
@@ -115,20 +109,27 @@ std::string Device::ID(bool catalog) {
     } catch (TvkError& error) {
         // One faulty device must not spoil a whole catalogue or discovery.
         error.CrossReference("ID", GetClassName());
-        element.AddObject(XmlObject(error.GetXml()));
+        element.AddObject(ErrorElement(error));
     }
     return element.GetXmlString();
 }
 
-void Device::AddTest(Test* test) {
-    if (!test) return;
-    for (auto it = tests.begin(); it != tests.end(); ++it) {
-        if (*it && *it != test && (*it)->name == test->name) {
+// Takes the first other item of `item`'s name out of `list` and deletes it:
+// a device offers one test and one diagnosis of each name.
+template <class T>
+static void dropNamesake(std::vector<T*>& list, const T* item) {
+    for (auto it = list.begin(); it != list.end(); ++it) {
+        if (*it && *it != item && (*it)->name == item->name) {
             delete *it;
-            tests.erase(it);
-            break;
+            list.erase(it);
+            return;
         }
     }
+}
+
+void Device::AddTest(Test* test) {
+    if (!test) return;
+    dropNamesake(tests, test);
     test->SetParameters();
     tests.push_back(test);
 }
@@ -142,13 +143,7 @@ void Device::AddTestAndId(Test* test, XmlObject& xml) {
 
 void Device::AddDiagnosis(Diagnosis* diagnosis) {
     if (!diagnosis) return;
-    for (auto it = diagnoses.begin(); it != diagnoses.end(); ++it) {
-        if (*it && *it != diagnosis && (*it)->name == diagnosis->name) {
-            delete *it;
-            diagnoses.erase(it);
-            break;
-        }
-    }
+    dropNamesake(diagnoses, diagnosis);
     diagnoses.push_back(diagnosis);
 }
 
@@ -200,5 +195,5 @@ void Device::AddPropertyListToXml(XmlObject& xml) const {
 }
 
 void Device::WriteEventLog(const std::string& logCaption, const std::string& logDescription) {
-    if (pTestComponent) pTestComponent->WriteEventLog(logCaption, logDescription);
+    outlet::WriteLog(logCaption, logDescription);
 }

@@ -7,7 +7,7 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Device.h"
 #include "tc/framework/Diagnosis.h"
 #include "tc/framework/Test.h"
@@ -67,19 +67,15 @@ std::string Device::RunDiagnosis(XmlObject& command) {
         if (state == "unavailable") anyUnavailable = true;
         for (const XmlObject& child : result.children) report.AddObject(child);
         WriteEventLog(Translate("Diagnosis Finished"), names);
-        if (pTestComponent) {
-            XmlObject update;
-            update.name = "diagUpdate";
-            update.SetAttribute(xmldef::device, name);
-            update.SetAttribute(xmldef::percentComplete, (i * 100u + 100u) / count, 10);
-            pTestComponent->SendEventNotification(update.GetXmlString());
-        }
+        XmlObject update;
+        update.name = "diagUpdate";
+        update.SetAttribute(xmldef::device, name);
+        update.SetAttribute(xmldef::percentComplete, (i * 100u + 100u) / count, 10);
+        outlet::SendEvent(update.GetXmlString());
     }
 
     // "unavailable" wins over "failed".
     report.SetAttribute(xmldef::currentState, anyUnavailable ? "unavailable" : allPassed ? "passed" : "failed");
-    const double seconds = static_cast<double>(TickTimer::GetCurrentTimeInTicks() - start) /
-                           static_cast<double>(TickTimer::ms_ticksPerSecond);
-    report.SetAttribute(xmldef::testTime, GetElapsedTimeString(seconds));
+    report.SetAttribute(xmldef::testTime, GetElapsedTimeSince(start));
     return report.GetXmlString();
 }

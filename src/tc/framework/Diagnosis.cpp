@@ -4,7 +4,8 @@
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/CaughtError.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/Device.h"
 
 Diagnosis::Diagnosis(const std::string& diagnosisName, Device* diagnosisDevice)
@@ -32,43 +33,15 @@ XmlObject Diagnosis::Run(XmlObject& command) {
     result.SetAttribute(xmldef::device, command.GetAttributeValue(xmldef::device, ""));
     result.SetAttribute(xmldef::diagnosis, name);
 
-    auto internalError = [this](const std::string* text) {
-        std::string detail = device ? device->name + ", " : std::string();
-        detail += name;
-        if (text) detail += ", " + *text;
-        TvkError error("Corvane internal error", detail, "");
-        error.CrossReference("frontEnd", "frontEnd");
-        return error;
-    };
-    auto fail = [&result](const TvkError& error) {
-        result.AddObject(XmlObject(error.GetXml()));
-        result.SetAttribute(xmldef::currentState, xmldef::failed);
-    };
-
     try {
         if (!device) throw TvkError("Device not found", "", "");
         DoRun(command, result);
-    } catch (TvkError& error) {
-        if (device)
-            error.CrossReference(device->GetClassName(), name);
-        else
-            error.CrossReference("frontEnd", "frontEnd");
-        fail(error);
-    } catch (const char* text) {
-        const std::string message = text ? text : "";
-        fail(internalError(&message));
-    } catch (const std::string& text) {
-        fail(internalError(&text));
-    } catch (const std::exception& error) {
-        const std::string message = error.what();
-        fail(internalError(&message));
     } catch (...) {
-        fail(internalError(nullptr));
+        result.AddObject(CaughtErrorElement(CaughtIn::diagnosisRun, device, name));
+        result.SetAttribute(xmldef::currentState, xmldef::failed);
     }
 
-    const double seconds = static_cast<double>(TickTimer::GetCurrentTimeInTicks() - start) /
-                           static_cast<double>(TickTimer::ms_ticksPerSecond);
-    result.SetAttribute(xmldef::testTime, GetElapsedTimeString(seconds));
+    result.SetAttribute(xmldef::testTime, GetElapsedTimeSince(start));
     return result;
 }
 
@@ -76,7 +49,7 @@ void Diagnosis::AddInfo(XmlObject& result, const std::string& infoCaption, Devic
     if (!infoDevice) infoDevice = device;
     XmlObject info;
     info.name = xmldef::info;
-    info.SetAttribute(xmldef::component, pTestComponent ? pTestComponent->componentName : std::string());
+    info.SetAttribute(xmldef::component, outlet::ComponentName());
     info.SetAttribute(xmldef::device, infoDevice ? infoDevice->name : std::string());
     info.SetAttribute(xmldef::caption, infoCaption);
     result.AddObject(info);
@@ -84,7 +57,7 @@ void Diagnosis::AddInfo(XmlObject& result, const std::string& infoCaption, Devic
 
 void Diagnosis::AddWarning(XmlObject& result, const std::string& message, const std::string& detail) {
     TvkWarning warning(Translate(message), Translate(detail), "");
-    result.AddObject(XmlObject(warning.GetXml()));
+    result.AddObject(ErrorElement(warning));
 }
 
 void Diagnosis::AddError(XmlObject& result, const std::string& message, const std::string& detail,
@@ -93,7 +66,7 @@ void Diagnosis::AddError(XmlObject& result, const std::string& message, const st
     errorAdded = true;
     TvkError error(message, Translate(detail), "");
     error.CrossReference(errorDevice ? errorDevice->GetClassName() : "frontEnd", name);
-    result.AddObject(XmlObject(error.GetXml()));
+    result.AddObject(ErrorElement(error));
 }
 
 void Diagnosis::AddAction(XmlObject& result, const std::string& action, const std::string& actionCaption,
@@ -102,7 +75,7 @@ void Diagnosis::AddAction(XmlObject& result, const std::string& action, const st
     XmlObject element;
     element.name = xmldef::deviceAction;
     element.SetAttribute(xmldef::caption, actionCaption);
-    element.SetAttribute(xmldef::component, pTestComponent ? pTestComponent->componentName : std::string());
+    element.SetAttribute(xmldef::component, outlet::ComponentName());
     element.SetAttribute(xmldef::device, actionDevice ? actionDevice->name : std::string());
     if (subDevice) element.SetAttribute(xmldef::subDevice, subDevice->name);
     XmlObject what;

@@ -3,17 +3,16 @@
 #include "common/Translate.h"
 #include "common/XmlObject.h"
 #include "common/xmldef.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/ComponentOutlet.h"
 
 Prompt::~Prompt() = default;
 
 void Prompt::WriteEventLog(std::string title, std::string text) {
-    if (pTestComponent) pTestComponent->WriteEventLog(title, text);
+    outlet::WriteLog(title, text);
 }
 
 std::string Prompt::GetPromptResponse(std::string xml) {
-    if (!pTestComponent) return std::string();
-    return pTestComponent->SendEventNotification(xml);
+    return outlet::SendEvent(xml);
 }
 
 std::string Prompt::PromptUserText(const std::string& text, std::vector<std::string>& promptOptions,

@@ -11,7 +11,8 @@
 #include "common/Translate.h"
 #include "common/xmldef.h"
 #include "platform/HostServices.h"
-#include "tc/frame/TestComponent.h"
+#include "tc/framework/CaughtError.h"
+#include "tc/framework/ComponentOutlet.h"
 #include "tc/framework/ConcurrentPrompt.h"
 #include "tc/framework/Device.h"
 #include "tc/framework/Prompt.h"
@@ -67,7 +68,15 @@ Test::Test(const Test& other)
       prompt(new Prompt),
       parameters(other.parameters),
       superLedTest(other.superLedTest),
-      startTicks(other.startTicks) {}
+      startTicks(other.startTicks) {
+    // The entries are members of the test, so each names the member at the
+    // same place in this copy as in the original. The copy is of the
+    // original's class, so the places agree.
+    const uintptr_t from = reinterpret_cast<uintptr_t>(&other);
+    const uintptr_t to = reinterpret_cast<uintptr_t>(this);
+    for (Parameter*& entry : parameters.parameters)
+        if (entry) entry = reinterpret_cast<Parameter*>(reinterpret_cast<uintptr_t>(entry) - from + to);
+}
 
 Test::~Test() {
     // Each ConcurrentPrompt waits in its destructor until its thread, which
@@ -229,25 +238,9 @@ std::string Test::Run(XmlObject& command) {
             result = Pass();
         else
             result = Fail();
-    } catch (FrontendError& error) {
-        error.CrossReference("frontEnd", "frontEnd");
-        SetErrorObject(error);
-        result = Fail();
-    } catch (TvkError& error) {
-        if (device)
-            error.CrossReference(device->GetClassName(), name);
-        else
-            error.CrossReference("frontEnd", "frontEnd");
-        SetErrorObject(error);
-        result = Fail();
-    } catch (const char* text) {
-        result = HandleError(text ? text : "");
-    } catch (const std::string& text) {
-        result = HandleError(text);
-    } catch (const std::exception& error) {
-        result = HandleError(error.what());
     } catch (...) {
-        result = HandleError("");
+        SetErrorObject(CaughtErrorElement(CaughtIn::testRun, device, name));
+        result = Fail();
     }
     return result;
 }
@@ -275,7 +268,7 @@ std::string Test::Fail() {
     XmlObject result(GetTestResult().GetXmlString());
     // Every failed result says why, also when DoRun merely returned false.
     if (result.FindObjects("error").empty())
-        result.AddObject(XmlObject(TvkError("Missing Error Description", "", "").GetXml()));
+        result.AddObject(ErrorElement(TvkError("Missing Error Description", "", "")));
     return result.GetXmlString();
 }
 
@@ -291,17 +284,8 @@ std::string Test::Abort() {
     return GetTestResult().GetXmlString();
 }
 
-std::string Test::HandleError(std::string message) {
-    std::string detail = device ? device->name + ", " : std::string();
-    detail += name + ", " + message;
-    TvkError error("Corvane internal error", detail, "");
-    error.CrossReference("frontEnd", "frontEnd");
-    SetErrorObject(error);
-    return Fail();
-}
-
-void Test::SetErrorObject(TvkError& error) {
-    errorObject = XmlObject(error.GetXml());
+void Test::SetErrorObject(const XmlObject& element) {
+    errorObject = element;
     std::string text;
     if (device && !device->description.empty()) text += device->description + ", ";
     if (!errorObject.value.empty()) text += errorObject.value + ", ";
@@ -316,9 +300,7 @@ XmlObject Test::GetTestResult() {
     outputElement.value = output.str();
     result.AddObject(outputElement);
     ClearOutput();
-    const double seconds = static_cast<double>(TickTimer::GetCurrentTimeInTicks() - startTicks) /
-                           static_cast<double>(TickTimer::ms_ticksPerSecond);
-    result.SetAttribute(xmldef::testTime, GetElapsedTimeString(seconds));
+    result.SetAttribute(xmldef::testTime, GetElapsedTimeSince(startTicks));
     if (errorObject.name == xmldef::error) result.AddObject(errorObject);
     return result;
 }
@@ -338,12 +320,12 @@ XmlObject Test::CreateEventObject(const std::string& tag) {
 
 void Test::SetProgress(unsigned int done, unsigned int total) {
     percentComplete = total == 0 ? 100u : static_cast<uint32_t>(static_cast<uint32_t>(done) * 100u) / total;
-    if (pTestComponent) pTestComponent->SendEventNotification(CreateEventObject(xmldef::diagUpdate).GetXmlString());
+    outlet::SendEvent(CreateEventObject(xmldef::diagUpdate).GetXmlString());
 }
 
 void Test::SetOperationCaption(const std::string& newCaption) {
     operationCaption = newCaption;
-    if (pTestComponent) pTestComponent->SendEventNotification(CreateEventObject(xmldef::diagUpdate).GetXmlString());
+    outlet::SendEvent(CreateEventObject(xmldef::diagUpdate).GetXmlString());
 }
 
 void Test::ClearOutput() {

@@ -62,7 +62,8 @@ public:
     Test();
     Test(const std::string& name, Device* device);
     // Copies everything but the output, the concurrent prompts and the
-    // prompt (the copy gets a fresh one).
+    // prompt (the copy gets a fresh one). The copy's parameter list names
+    // the copy's own member parameters.
     Test(const Test& other);
     Test& operator=(const Test&) = delete;
     // Waits for the threads of the concurrent prompts to end before it
@@ -103,15 +104,16 @@ public:
     std::string Fail();
     std::string Block();
     std::string Abort();
-    // For everything that is not a TvkError: "Corvane internal error".
-    std::string HandleError(std::string message);
-    void SetErrorObject(TvkError& error);
+    // The run's error: `element` (of CaughtErrorElement, say) with the
+    // device's description and the processor added to its text.
+    void SetErrorObject(const XmlObject& element);
     XmlObject GetTestResult();
     XmlObject CreateEventObject(const std::string& tag);
     // Every call sends one progress event.
     void SetProgress(unsigned int done, unsigned int total);
     void SetOperationCaption(const std::string& caption);
     void ClearOutput();
+    // `parameter` must be a member of this test (a copy relies on it).
     void AddParameter(Parameter* parameter);
 
     // Prompts; the answer is the value of the host's reply.

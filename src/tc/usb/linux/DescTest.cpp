@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "common/TestHooks.h"
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "tc/usb/linux/USBDevice.h"
@@ -9,17 +10,14 @@
 #include "tc/usb/linux/USBtree.h"
 #include "tc/usb/linux/usbxml.h"
 
-USBInfoReader* (*DescTest::readerForTests)() = nullptr;
-
 namespace {
 
-// Re-points a list entry that named `from` at `to`.
-void Repoint(ParameterList& list, const Parameter* from, Parameter* to) {
-    for (Parameter*& entry : list.parameters)
-        if (entry == from) entry = to;
-}
+// Set through the test hook; null: the reader chooses its own source.
+USBInfoReader* (*makeTestReader)() = nullptr;
 
 }  // namespace
+
+void testhooks::SetDescTestReader(USBInfoReader* (*make)()) { makeTestReader = make; }
 
 DescTest::DescTest(USBDevice* usbDevice) : Test(usbxml::descTest, usbDevice) {
     caption = Translate("USB Descriptor Test");
@@ -33,13 +31,6 @@ DescTest::DescTest(USBDevice* usbDevice) : Test(usbxml::descTest, usbDevice) {
     complete = false;
     localOnly = false;
     fieldtest = false;
-}
-
-DescTest::DescTest(const DescTest& other)
-    : Test(other), loopbackNumber(other.loopbackNumber), vendorId(other.vendorId), productId(other.productId) {
-    Repoint(parameters, &other.loopbackNumber, &loopbackNumber);
-    Repoint(parameters, &other.vendorId, &vendorId);
-    Repoint(parameters, &other.productId, &productId);
 }
 
 void DescTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) { Test::ReadAndWrite(stream, dir, 0); }
@@ -59,8 +50,8 @@ void DescTest::SetParameters() {
 }
 
 int DescTest::CountDescriptors(USBtree& tree) {
-    if (!readerForTests) return tree.RunDescriptorTest();
-    std::unique_ptr<USBInfoReader> reader(readerForTests());
+    if (!makeTestReader) return tree.RunDescriptorTest();
+    std::unique_ptr<USBInfoReader> reader(makeTestReader());
     return tree.RunDescriptorTest(*reader);
 }
 

@@ -20,8 +20,6 @@ public:
     // The registry's default object.
     DescTest() = default;
     explicit DescTest(USBDevice* device);
-    // The copy's parameter list names the copy's own parameters.
-    DescTest(const DescTest& other);
 
     void ReadAndWrite(ptstream& stream, direction dir, unsigned int version) override;
     void CopyFromPointer(const Persistent* other) override;
@@ -35,12 +33,7 @@ public:
     // One prompt and a second count when the first does not match.
     bool DoRun(const XmlObject& command) override;
 
-    // For unit tests only: when set, each count reads the text of a reader
-    // made by this function (the test deletes it) instead of the source a
-    // fresh reader chooses.
-    static USBInfoReader* (*readerForTests)();
-
 private:
-    // RunDescriptorTest on `tree`, from the reader for tests when there is one.
+    // RunDescriptorTest on `tree`, from a test's reader when there is one.
     int CountDescriptors(USBtree& tree);
 };

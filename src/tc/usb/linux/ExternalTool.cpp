@@ -30,6 +30,12 @@ int Spawn(const std::vector<std::string>& argv, int stdoutFd, ToolOutput stdoutM
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     if (stderrMode == ToolOutput::discard)
         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    // The tool gets standard input, output and error and nothing else of the
+    // host: its own descriptors may lack close-on-exec.
+    if (posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1) != 0) {
+        posix_spawn_file_actions_destroy(&actions);
+        return -1;
+    }
     const int rc = posix_spawnp(&child, args[0], &actions, nullptr, args.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     return rc == 0 ? 0 : -1;

@@ -11,7 +11,8 @@
 enum class ToolOutput { inherit, discard };
 
 // Runs argv[0] (searched on PATH unless it holds a '/') and waits for it.
-// `stdoutFd` >= 0 becomes the child's standard output. The result has the
+// `stdoutFd` >= 0 becomes the child's standard output. The child inherits
+// standard input, output and error and no other descriptor. The result has the
 // form of system()'s: a wait status, or -1 when no child could be started.
 int RunTool(const std::vector<std::string>& argv, int stdoutFd = -1, ToolOutput stdoutMode = ToolOutput::inherit,
             ToolOutput stderrMode = ToolOutput::inherit);

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "common/StringUtil.h"
+#include "common/TestHooks.h"
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "tc/usb/linux/USBDevice.h"
@@ -13,10 +14,11 @@
 #include "tc/usb/linux/newUSBDevice.h"
 #include "tc/usb/linux/usbxml.h"
 
-USBInfoReader* (*usbLoopbackTest::readerForTests)() = nullptr;
-unsigned int (*usbLoopbackTest::pause)(unsigned int) = ::sleep;
-
 namespace {
+
+// Both set through the test hooks.
+USBInfoReader* (*makeTestReader)() = nullptr;
+unsigned int (*pauseSeconds)(unsigned int) = ::sleep;
 
 void SetCatalogueValues(usbLoopbackTest& test) {
     test.caption = Translate("USB 2.0 Loopback Test");
@@ -34,6 +36,10 @@ void SetCatalogueValues(usbLoopbackTest& test) {
 
 }  // namespace
 
+void testhooks::SetLoopbackTestReader(USBInfoReader* (*make)()) { makeTestReader = make; }
+
+void testhooks::SetLoopbackTestPause(unsigned int (*pause)(unsigned int)) { pauseSeconds = pause ? pause : ::sleep; }
+
 usbLoopbackTest::usbLoopbackTest(USBDevice* usbDevice) : Test(usbxml::usbLoopbackTest, usbDevice) {
     useMountedDevicesFile = false;
     SetCatalogueValues(*this);
@@ -42,12 +48,6 @@ usbLoopbackTest::usbLoopbackTest(USBDevice* usbDevice) : Test(usbxml::usbLoopbac
 usbLoopbackTest::usbLoopbackTest(newUSBDevice* usbDevice) : Test(usbxml::usbLoopbackTest, usbDevice) {
     useMountedDevicesFile = true;
     SetCatalogueValues(*this);
-}
-
-usbLoopbackTest::usbLoopbackTest(const usbLoopbackTest& other)
-    : Test(other), useMountedDevicesFile(other.useMountedDevicesFile), numberDevices(other.numberDevices) {
-    for (Parameter*& entry : parameters.parameters)
-        if (entry == &other.numberDevices) entry = &numberDevices;
 }
 
 void usbLoopbackTest::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
@@ -69,7 +69,7 @@ void usbLoopbackTest::CompareResultsAndThrowError(int expected, int found) {
 
 bool usbLoopbackTest::DoRun(const XmlObject&) {
     const int expected = numberDevices.value;
-    std::unique_ptr<USBInfoReader> reader(readerForTests ? readerForTests() : new USBInfoReader());
+    std::unique_ptr<USBInfoReader> reader(makeTestReader ? makeTestReader() : new USBInfoReader());
     if (useMountedDevicesFile)
         reader->setMountedDevicesFile();
     else
@@ -86,9 +86,9 @@ bool usbLoopbackTest::DoRun(const XmlObject&) {
         const std::string text = strprintf("%s... %s=%d  %s=%d", Translate("Verify all USB loopbacks are installed").c_str(),
                                            Translate("Found").c_str(), found, Translate("Expected").c_str(), expected);
         // Time for the operator to look before and after the answer.
-        pause(5);
+        pauseSeconds(5);
         PromptUser(text, Translate("OK"), "", "", "");
-        pause(10);
+        pauseSeconds(10);
         throw;
     }
     return true;

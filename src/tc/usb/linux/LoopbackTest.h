@@ -23,8 +23,6 @@ public:
     usbLoopbackTest() = default;
     explicit usbLoopbackTest(USBDevice* device);
     explicit usbLoopbackTest(newUSBDevice* device);
-    // The copy's parameter list names the copy's own parameter.
-    usbLoopbackTest(const usbLoopbackTest& other);
 
     void ReadAndWrite(ptstream& stream, direction dir, unsigned int version) override;
     void CopyFromPointer(const Persistent* other) override;
@@ -38,9 +36,4 @@ public:
     // Throws "Number of USB 2.0 devices found did not match parameter" when
     // the two differ.
     virtual void CompareResultsAndThrowError(int expected, int found);
-
-    // For unit tests only: the reader (deleted by the test) in place of a
-    // real one, and the pause in place of sleep(3).
-    static USBInfoReader* (*readerForTests)();
-    static unsigned int (*pause)(unsigned int seconds);
 };

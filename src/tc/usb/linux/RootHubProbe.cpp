@@ -25,7 +25,7 @@ const unsigned int requestTimeoutMs = 100;
 }  // namespace
 
 int OpenHandle() {
-    const int handle = ::open(rootHubNodePath, O_RDWR);
+    const int handle = ::open(rootHubNodePath, O_RDWR | O_CLOEXEC);
     if (handle == -1) {
         dbgprintf(" Error!  Have you logged in as root?\n");
         return -1;
@@ -65,7 +65,7 @@ int RunDescriptorTestExternal(char** vendorIds, char** productIds) {
     if (out < 0) return -1;
     RunTool({"./testlibusb"}, out);
     ::close(out);
-    std::FILE* output = std::fopen("usbresult.out", "r");
+    std::FILE* output = std::fopen("usbresult.out", "re");
     if (!output) return -1;
     std::unique_ptr<char[]> line(new (std::nothrow) char[256]);
     if (!line) {

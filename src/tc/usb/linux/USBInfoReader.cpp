@@ -105,7 +105,7 @@ bool USBInfoReader::open() {
     // A second open starts the text again; the old handle is not needed.
     close();
     if (!devicesFile) return false;
-    file = std::fopen(devicesFile, "r");
+    file = std::fopen(devicesFile, "re");
     return file != nullptr;
 }
 
@@ -165,7 +165,7 @@ bool USBInfoReader::noMoreLines() {
 bool USBInfoReader::moreLines() { return !noMoreLines(); }
 
 bool USBInfoReader::isSles10() {
-    std::FILE* release = std::fopen(releaseFile, "r");
+    std::FILE* release = std::fopen(releaseFile, "re");
     if (!release) return false;
     char line[128];
     bool found = false;
@@ -180,7 +180,7 @@ bool USBInfoReader::isSles10() {
 }
 
 bool USBInfoReader::isDevicesFileAvalable() {
-    std::FILE* probe = std::fopen(kernelDevicesFile, "r");
+    std::FILE* probe = std::fopen(kernelDevicesFile, "re");
     if (!probe) return false;
     std::fclose(probe);
     return true;

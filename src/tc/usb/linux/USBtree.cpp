@@ -9,6 +9,7 @@
 
 #include "common/Debug.h"
 #include "common/StringUtil.h"
+#include "common/TestHooks.h"
 #include "common/Translate.h"
 #include "common/TvkError.h"
 #include "tc/usb/linux/USBInfoReader.h"
@@ -138,7 +139,7 @@ int ClassOf(const std::string& value) {
 
 }  // namespace
 
-void ResetUsbDiscoveryStateForTests() {
+void testhooks::ResetUsbDiscoveryState() {
     lastBusNumber = 0;
     ehciProductPending = 0;
     classicProductPending = 0;

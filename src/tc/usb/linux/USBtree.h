@@ -98,7 +98,3 @@ public:
 private:
     USBtree& tree;
 };
-
-// The parser's process-wide state (last bus seen, root hub product pending)
-// back to its start. For unit tests only; product code never calls it.
-void ResetUsbDiscoveryStateForTests();

@@ -3,10 +3,10 @@
 #include <dirent.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <sstream>
 
 #include "common/Debug.h"
+#include "common/StringUtil.h"
 #include "common/TvkError.h"
 #include "tc/usb/linux/ExternalTool.h"
 #include "tc/usb/linux/MountTable.h"
@@ -56,8 +56,9 @@ std::string UsbMount::GetMountPoint(std::string serial) {
 }
 
 std::string UsbMount::FindMountPoint(std::string directory, std::string entry, std::string serial) {
-    std::ifstream in(directory + entry);
-    if (!in) throw TvkError("Could not locate files", entry, "");
+    std::string text;
+    if (!ReadFileContents(directory + entry, text)) throw TvkError("Could not locate files", entry, "");
+    std::istringstream in(text);
     std::string result;
     for (std::string line; std::getline(in, line);) {
         if (line.find(serial) == std::string::npos) continue;

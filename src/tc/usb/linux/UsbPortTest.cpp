@@ -33,10 +33,7 @@ UsbPortTest::UsbPortTest(USBDevice* usbDevice) : Test(usbxml::UsbPortTest, usbDe
 UsbPortTest::UsbPortTest(newUSBDevice* usbDevice) : Test(usbxml::UsbPortTest, usbDevice) { Setup(); }
 
 UsbPortTest::UsbPortTest(const UsbPortTest& other)
-    : Test(other), numUSBdrives(other.numUSBdrives), mountDirectory(other.mountDirectory) {
-    parameters.parameters.clear();
-    SetParameters();
-}
+    : Test(other), numUSBdrives(other.numUSBdrives), mountDirectory(other.mountDirectory) {}
 
 UsbPortTest::~UsbPortTest() { clean(); }
 

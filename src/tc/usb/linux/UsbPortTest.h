@@ -27,7 +27,7 @@ public:
     UsbPortTest();
     explicit UsbPortTest(USBDevice* device);
     explicit UsbPortTest(newUSBDevice* device);
-    // The copy has parameters of its own and no run under way.
+    // The copy has no run under way.
     UsbPortTest(const UsbPortTest& other);
     ~UsbPortTest() override;
 

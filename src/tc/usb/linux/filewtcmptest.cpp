@@ -40,16 +40,6 @@ FileWriteCompareTest::FileWriteCompareTest(newUSBDevice* usbDevice)
     useMountedDevicesFile = true;
 }
 
-FileWriteCompareTest::FileWriteCompareTest(const FileWriteCompareTest& other)
-    : Test(other),
-      numUSBdrives(other.numUSBdrives),
-      userPrompt(other.userPrompt),
-      useMountedDevicesFile(other.useMountedDevicesFile) {
-    // The base copied pointers to the original's members.
-    parameters.parameters.clear();
-    SetParameters();
-}
-
 void FileWriteCompareTest::Setup(Device*) {
     caption = Translate("USB File Write Compare Test");
     description = Translate("USB File Write Compare Test");

@@ -26,8 +26,6 @@ public:
     FileWriteCompareTest() = default;
     explicit FileWriteCompareTest(USBDevice* device);
     explicit FileWriteCompareTest(newUSBDevice* device);
-    // The copy gets parameters of its own, not those of the original.
-    FileWriteCompareTest(const FileWriteCompareTest& other);
 
     void ReadAndWrite(ptstream& stream, direction dir, unsigned int version) override;
     void CopyFromPointer(const Persistent* other) override;

@@ -63,9 +63,11 @@ TEST_F(Translator, BuildCatalogueGivesGermanForEveryFrameworkText) {
     TranslatorInitialize("de:" ZORBUS_BINARY_DIR "/locale");
     TranslatorAddCatalog("rkl");  // not there: skipped
     TranslatorAddCatalog("zorbus");
-    EXPECT_EQ("Erfolg|Gerätediagnose für %s|Ausgeführt auf CPU |Some text nobody translated|",
-              Translate("Success") + "|" + Translate("Device Diagnosis for %s") + "|" + Translate("Ran on CPU ") + "|" +
-                  Translate("Some text nobody translated") + "|" + Translate(""));  // "": not the catalogue's header
+    EXPECT_EQ(Translate("Success"), "Erfolg");
+    EXPECT_EQ(Translate("Device Diagnosis for %s"), "Gerätediagnose für %s");
+    EXPECT_EQ(Translate("Ran on CPU "), "Ausgeführt auf CPU ");
+    EXPECT_EQ(Translate("Some text nobody translated"), "Some text nobody translated");
+    EXPECT_EQ(Translate(""), "") << "not the catalogue's header";
     for (const char* text :
          {"Building Catalog", "Device Discovery Started", "Device Discovered", "Test Started", "passed", "failed",
           "canceled", "blocked", "running", "waitingForPrompt", "Diagnosis Started", "Diagnosis Finished", "Retries",
@@ -97,12 +99,13 @@ TEST_F(Translator, TerritoryFirstFirstCatalogueWinsDamagedOnesAreIgnored) {
     badRevision[6] = 2;            // major revision 2
     badOffset[28 + 4 + 3] = 0x7f;  // first msgid far beyond the end
     hugeCount[11] = 0x7f;
-    for (const std::string& first :
-         {good, good.substr(0, good.size() / 2), good.substr(0, 10), std::string(), badMagic, badRevision, badOffset, hugeCount}) {
+    for (const std::string& first : {good, good.substr(0, good.size() / 2), good.substr(0, 10), std::string(), badMagic,
+                                     badRevision, badOffset, hugeCount}) {
         TranslatorReset();
         WriteCatalog("xx", "first", first);
         Select("xx");
-        for (const char* name : {"first", "fine", "first"}) TranslatorAddCatalog(name);  // the second "first": no effect
+        // The second "first" has no effect.
+        for (const char* name : {"first", "fine", "first"}) TranslatorAddCatalog(name);
         // Nothing of a broken one survives.
         EXPECT_EQ(Translate("Hello") + Translate("World") + Translate("file") + Translate("Open") + Translate(""),
                   first == good ? "HalloWeltfileOpen" : "HelloErdefileOpen") << testing::PrintToString(first);

@@ -49,7 +49,8 @@ inline char* RecordEvent(const char* xml) {
         std::lock_guard<std::mutex> lock(host.mutex);
         host.events.emplace_back(xml);
         hook = host.onEvent;
-        if (event.name == "diagPrompt" && host.promptReply >= 0) reply = strprintf("<a value=\"%d\"/>", host.promptReply);
+        if (event.name == "diagPrompt" && host.promptReply >= 0)
+            reply = strprintf("<a value=\"%d\"/>", host.promptReply);
     }
     if (hook) hook(event);
     return reply.empty() ? nullptr : stringdup(reply.c_str());
@@ -157,16 +158,21 @@ protected:
     }
 };
 
-// Attribute names of an element, or the named attributes' values, in order.
+// Attribute names of an element, in order.
 inline std::string AttributeNames(const XmlObject& element) {
     std::string names;
     for (const auto& a : element.GetAttributes()) names += (names.empty() ? "" : " ") + a.first;
     return names;
 }
-inline std::string Values(const XmlObject& element, std::initializer_list<const char*> names) {
-    std::string values;
-    for (const char* n : names) values += (values.empty() ? "" : "|") + element.GetAttributeValue(n);
-    return values;
+// Whether each named attribute has its value; a failure names every one that differs.
+inline ::testing::AssertionResult HasAttributes(const XmlObject& element,
+                                                std::initializer_list<std::pair<const char*, std::string>> expected) {
+    std::string wrong;
+    for (const auto& [name, value] : expected)
+        if (element.GetAttributeValue(name) != value)
+            wrong += std::string("\n  ") + name + "=\"" + element.GetAttributeValue(name) + "\", not \"" + value + "\"";
+    if (wrong.empty()) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "<" << element.name << ">" << wrong;
 }
 // The key of the error child of a result, or "none".
 inline std::string ErrorKey(const XmlObject& result) {

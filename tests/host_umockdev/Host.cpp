@@ -17,6 +17,7 @@
 #include <chrono>
 #include <clocale>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -490,7 +491,8 @@ Session FakeMachine::Run(const Strings& script) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addchdir_np(&actions, (folder + "/work").c_str());
-    posix_spawn_file_actions_addopen(&actions, 1, (folder + "/session.out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const std::string output = folder + "/session.out";
+    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     posix_spawn_file_actions_adddup2(&actions, 1, 2);
     // Opening a testbed file under /dev connects to the ioctl socket: accepted here while the host runs.
     std::atomic<bool> done{false};
@@ -510,4 +512,29 @@ Session FakeMachine::Run(const Strings& script) {
     const Session session{Read("session.out"), ReadTranscript(folder + "/transcript.txt")};
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status << ": " << session.errors;
     return session;
+}
+
+void ExpectRecorded(const std::string& got, const std::string& path) {
+    const std::string file = std::string(ZORBUS_SOURCE_DIR) + "/tests/" + path;
+    if (std::getenv("ZORBUS_WRITE_REFERENCES")) std::ofstream(file, std::ios::binary) << got;
+    ASSERT_TRUE(fs::exists(file)) << file;
+    EXPECT_EQ(got, ReadText(file)) << file;
+}
+
+std::string RecordedAnswer(const std::string& path, size_t n) {
+    const std::string text = ReadText(std::string(ZORBUS_SOURCE_DIR) + "/tests/" + path);
+    // Labels stand on lines of their own; a record is "kind length\n" and its bytes.
+    size_t answers = 0;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = text.find('\n', at);
+        if (end == std::string::npos) break;
+        const std::string line = text.substr(at, end - at);
+        at = end + 1;
+        const size_t blank = line.find(' ');
+        if (blank == std::string::npos) continue;
+        const size_t length = std::stoul(line.substr(blank + 1));
+        if (line.compare(0, blank, "answer") == 0 && answers++ == n) return text.substr(at, length);
+        at += length + 1;
+    }
+    throw std::runtime_error("no answer " + std::to_string(n) + " in " + path);
 }

@@ -119,13 +119,6 @@ inline std::string Error(const std::string& key, const std::string& detail = "",
            (detail.empty() ? "" : ": " + detail) + "</error>";
 }
 
-// A USB device's own caption and description stay "Device"; the host reads what it shows from the element.
-inline Strings DiscoveryEvents(size_t devices) {
-    Strings events{LogEvent("Device Discovery Started", "")};
-    events.insert(events.end(), devices, LogEvent("Device Discovered", "Device"));
-    return events;
-}
-
 inline Strings ErrorEvents(const std::string& key) {
     return {LogEvent("Device Discovery Started", ""), LogEvent("Error", "TvkError - " + key + ";" + key)};
 }
@@ -151,6 +144,21 @@ inline std::string Flat(const Element& e, bool deep = false) {
     return line;
 }
 
+// An answer a line per element down to the devices' children: a test by its
+// name alone, unless it is the test `inFull`; for a diff line by line.
+inline std::string Listing(const std::string& answer, const std::string& inFull = "") {
+    const Element root = Element::Parse(answer);
+    std::string lines = Flat(root) + "\n";
+    for (const Element& device : root.children) {
+        lines += Flat(device) + "\n";
+        for (const Element& c : device.children) {
+            const bool full = c.name != "test" || c.Attr("name") == inFull;
+            lines += (full ? Flat(c, c.name == "test") : "test " + c.Attr("name")) + "\n";
+        }
+    }
+    return lines;
+}
+
 // An idResult (devices usbDevice0...) or catResult (the template usbDevice), a
 // line for each device, property and test name; a rootHubTest in full.
 inline void ExpectDevices(const std::string& answer, const std::string& category, const std::vector<Dev>& expected) {
@@ -160,25 +168,27 @@ inline void ExpectDevices(const std::string& answer, const std::string& category
         "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" fieldtest=\"1\">"
         "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test fails\" type=\"int\" "
         "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>"), true);
-    const Element root = Element::Parse(answer);
-    std::string got = Flat(root) + "\n", want = root.name + "\n";  // a diff when they differ
-    for (const Element& device : root.children) {
-        got += Flat(device) + "\n";
-        for (const Element& c : device.children)
-            got += (c.name != "test" ? Flat(c) : c.Attr("name") != "rootHubTest" ? "test " + c.Attr("name")
-                                                                                 : Flat(c, true)) + "\n";
-    }
+    const std::string root = Element::Parse(answer).name;
+    std::string want = root + "\n";  // a diff when they differ
     for (size_t i = 0; i < expected.size(); ++i) {
         const Dev& d = expected[i];
-        want += Flat({"device", "", {{"name", "usbDevice" + (root.name == "catResult" ? "" : std::to_string(i))},
+        want += Flat({"device", "", {{"name", "usbDevice" + (root == "catResult" ? "" : std::to_string(i))},
                              {"class", "usbDevice"}, {"caption", d.caption}, {"description", d.description},
                              {"category", category}, {"diagnosable", "0"}}, {}}) + "\n";
         for (const Prop& p : d.properties)
             want += Flat({"property", "", {{"name", p.name}, {"caption", p.caption}, {"value", p.value}}, {}}) + "\n";
         for (const std::string& t : d.tests) want += (t == "rootHubTest" ? rootHubTest : "test " + t) + "\n";
     }
-    EXPECT_EQ(got, want);
+    EXPECT_EQ(Listing(answer, "rootHubTest"), want);
 }
+
+// `got` against the text of the file at `path` under tests/. With the variable
+// ZORBUS_WRITE_REFERENCES set, the file is written from `got` first.
+void ExpectRecorded(const std::string& got, const std::string& path);
+
+// The answer of the `n`th identification (from 0) in a reference file under
+// tests/, as the reference tests record them.
+std::string RecordedAnswer(const std::string& path, size_t n);
 
 // A rootHubTest result and its events: passed, or failed with "Unable to detect root hub".
 inline void ExpectRootHubResult(const Step& step, const std::string& device, bool passed) {

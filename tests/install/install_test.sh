@@ -39,7 +39,8 @@ fi
 # The installed host program loads the installed library, which reads the
 # installed catalogue (the build folder's locale/ is not beside it).
 "${emulator[@]}" "$prefix/bin/zorbus-host" --version >"$scratch/version" 2>&1 || true
-check "installed zorbus-host loads the installed library" has "$scratch/version" "library: $prefix/bin/../$libdir/libzorbus.so"
+check "installed zorbus-host loads the installed library" \
+    has "$scratch/version" "library: $prefix/bin/../$libdir/libzorbus.so"
 check "installed zorbus-host --version gives the version record" \
     has "$scratch/version" "component: <diagVersion>8.6.0.3755A</diagVersion>"
 (cd "$scratch" && "${emulator[@]}" "$prefix/bin/zorbus-host" --language de catalog >"$scratch/german" 2>&1) || true

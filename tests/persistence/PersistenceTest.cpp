@@ -176,8 +176,10 @@ TEST(Persist, GraphComesBackWithItsReferencesInAFixedByteFormat) {
     EXPECT_EQ(Store(root.get()), bytes);  // every field, null and order
     // References must point into the new graph, not merely store alike.
     const TestNode* child = root->children.at(0);
-    EXPECT_TRUE(root->parent == nullptr && root->children.at(1)->favourite == nullptr);
-    EXPECT_EQ(std::make_pair(root->favourite, child->favourite), std::make_pair(root->leaves.at(0), root->leaves[0]));
+    EXPECT_EQ(root->parent, nullptr);
+    EXPECT_EQ(root->children.at(1)->favourite, nullptr);
+    EXPECT_EQ(root->favourite, root->leaves.at(0));
+    EXPECT_EQ(child->favourite, root->leaves[0]);
     EXPECT_EQ(child->parent, root.get());  // written while the root was open
     EXPECT_EQ(child->children.at(0)->parent, child);
 }
@@ -211,13 +213,17 @@ TEST(Persist, ObjectReachedTwiceIsStoredOnceAndADroppedDuplicateCannotBeReferenc
     };
     std::unique_ptr<TestNode> node = Load<TestNode>(set(1));
     ASSERT_EQ(node->tagged.size(), 1u);
-    EXPECT_EQ(std::make_pair((*node->tagged.begin())->number, node->favourite), std::make_pair(1, *node->tagged.begin()));
+    EXPECT_EQ((*node->tagged.begin())->number, 1);
+    EXPECT_EQ(node->favourite, *node->tagged.begin());
     EXPECT_EQ(ReadFailure(set(2)), "reference to released object 2");
 }
 
 TEST(Persist, StateFileIsWrittenOnCloseOrDestructionAndForeignFilesAreRefused) {
     const std::string path = ::testing::TempDir() + "zorbus-state.bin";
-    auto contents = [&] { std::ifstream f(path, std::ios::binary); return std::string(std::istreambuf_iterator<char>(f), {}); };
+    auto contents = [&] {
+        std::ifstream f(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(f), {});
+    };
     std::unique_ptr<TestNode> tree(MakeSampleTree());
     optstream(path) << static_cast<const Persistent*>(tree.get());
     EXPECT_EQ(Store(Load<TestNode>(iptstream(path)).get()), Store(tree.get()));

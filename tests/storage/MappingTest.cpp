@@ -27,7 +27,8 @@ std::string Scan(const std::string& serial, const std::string& text) {
     scan.close();
     EXPECT_EQ(scan.nodeCount, static_cast<int>(scan.nodes.size()));
     std::string found;
-    for (const USBDriveNode& n : scan.nodes) found += " " + n.serial + ":" + std::to_string(n.port) + ":" + std::to_string(n.speed);
+    for (const USBDriveNode& n : scan.nodes)
+        found += " " + n.serial + ":" + std::to_string(n.port) + ":" + std::to_string(n.speed);
     return found;
 }
 
@@ -37,19 +38,22 @@ TEST(PortScan, CollectsStorageInterfacesOfTheOneBus) {
     const std::string twoBuses = Fixture("storage/data/two_buses.txt");
     // Two storage interfaces give two nodes; a device without a serial line
     // keeps the one before; 1.5 reads as 1.
-    EXPECT_EQ(Scan("0000:00:1d.7", twoBuses) + "," + Scan("0000:00:1d.0", twoBuses) + "," + Scan("no such controller", twoBuses),
-              " STICK1:2:480 STICK1:2:480 STICK1:3:1, STICK2:0:12,");
+    EXPECT_EQ(Scan("0000:00:1d.7", twoBuses), " STICK1:2:480 STICK1:2:480 STICK1:3:1");
+    EXPECT_EQ(Scan("0000:00:1d.0", twoBuses), " STICK2:0:12");
+    EXPECT_EQ(Scan("no such controller", twoBuses), "");
     // An over-long line comes in pieces and is no serial line; a last line
     // without its newline is not parsed; serials match exactly.
     const std::string root = "T:  Bus=03 Lev=00 Port=00 Spd=480\nS:  SerialNumber=R\n"
                              "T:  Bus=03 Lev=01 Port=01 Spd=480\nS:  SerialNumber=" + std::string(300, 'a') + "\n";
-    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)\n") + "," + Scan("R", root + "I:  Cls=08(stor.)") + "," +
-                  Scan("", root + "I:  Cls=08(stor.)\n"), " :1:480,,");
+    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)\n"), " :1:480");
+    EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)"), "");
+    EXPECT_EQ(Scan("", root + "I:  Cls=08(stor.)\n"), "");
     UsbFileParser parser;
     std::string cut;
     parser.GetString(&cut, ("S: SerialNumber=" + std::string(300, 'b')).c_str(), "SerialNumber=", 254);
     EXPECT_EQ(cut, std::string(254, 'b'));
-    EXPECT_EQ(parser.GetInt("", "Bus=", 10) + parser.GetInt("T: Bus=0x1f", "Bus=", 16), 31);
+    EXPECT_EQ(parser.GetInt("", "Bus=", 10), 0);
+    EXPECT_EQ(parser.GetInt("T: Bus=0x1f", "Bus=", 16), 31);
 }
 
 TEST(ScsiMapping, ToolAndProcTextGiveHostNodeAndDisk) {
@@ -77,24 +81,30 @@ TEST(ScsiMapping, ToolAndProcTextGiveHostNodeAndDisk) {
     // Host 1 also hits the line of host 10 first; a node over 8 characters leaves a blank before the disk.
     const std::string scan = "/dev/sg3: scsi10 channel=0 id=0 lun=0\n/dev/sg0: scsi1 channel=0 id=0 lun=0\n";
     EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi1"), "/dev/sg3");
-    EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi7") + UsbMount::DevNodeFromText(scan, "") +
-                  UsbMount::DevNodeFromText("scsi1 at the start\n", "scsi1"), "");
+    EXPECT_EQ(UsbMount::DevNodeFromText(scan, "scsi7"), "");
+    EXPECT_EQ(UsbMount::DevNodeFromText(scan, ""), "");
+    EXPECT_EQ(UsbMount::DevNodeFromText("scsi1 at the start\n", "scsi1"), "");
     const std::string map = "/dev/sg0  /dev/sda\n/dev/sg10  /dev/sdk\n";
-    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg0") + "|" + UsbMount::DevicePathFromText(map, "/dev/sg10") + "|" +
-                  UsbMount::DevicePathFromText(map, "") + UsbMount::DevicePathFromText(map, "/dev/sg7"), "/dev/sda| /dev/sdk|");
+    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg0"), "/dev/sda");
+    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg10"), " /dev/sdk");
+    EXPECT_EQ(UsbMount::DevicePathFromText(map, ""), "");
+    EXPECT_EQ(UsbMount::DevicePathFromText(map, "/dev/sg7"), "");
 }
 
 TEST(MountTable, MountedDisksAndDirectories) {
     const auto table = ParseMountTable("/dev/sdb1 /media/my\\040stick vfat rw 0 0\n/dev/nvme0n1p2 /b ext4 rw 0 0\n"
                                        "/dev/sdc /mnt/other/deep ext4 rw 0 0\nproc /proc proc rw 0 0\n\n");
     ASSERT_EQ(table.size(), 4u);
-    EXPECT_EQ(table[0].source + "|" + table[0].target + "|" + table[3].target, "/dev/sdb1|/media/my stick|/proc");
-    std::string mounted;
-    for (const char* disk : {"/dev/sdb", "/dev/nvme0n1", "/dev/sdc", "/dev/sd", "/dev/sdba", "/dev/sdd"})
-        mounted += IsDeviceOrPartitionMounted(table, disk) ? "1" : "0";
-    for (const char* dir : {"/media/my stick", "/media/my stick/", "/mnt/other", "/media/my stick2", "/media/my", "/mnt/oth"})
-        mounted += HasMountAtOrBelow(table, dir) ? "1" : "0";
-    EXPECT_EQ(mounted, "111000" "111000") << "disks, then directories";
+    EXPECT_EQ(table[0].source, "/dev/sdb1");
+    EXPECT_EQ(table[0].target, "/media/my stick");
+    EXPECT_EQ(table[3].target, "/proc");
+    const std::pair<const char*, bool> disks[] = {{"/dev/sdb", true},  {"/dev/nvme0n1", true}, {"/dev/sdc", true},
+                                                  {"/dev/sd", false},  {"/dev/sdba", false},   {"/dev/sdd", false}};
+    for (const auto& [disk, mounted] : disks) EXPECT_EQ(IsDeviceOrPartitionMounted(table, disk), mounted) << disk;
+    const std::pair<const char*, bool> dirs[] = {{"/media/my stick", true},   {"/media/my stick/", true},
+                                                 {"/mnt/other", true},        {"/media/my stick2", false},
+                                                 {"/media/my", false},        {"/mnt/oth", false}};
+    for (const auto& [dir, mounted] : dirs) EXPECT_EQ(HasMountAtOrBelow(table, dir), mounted) << dir;
     EXPECT_FALSE(HasMountAtOrBelow(ParseMountTable(""), "/mnt/usbdrive"));
 
     // A link to the disk is followed, either way round.

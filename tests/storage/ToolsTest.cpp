@@ -95,10 +95,11 @@ TEST(UsbMountTools, SerialToDiskAndMountingThroughStubs) {
     dir.Stub("sg_map", "echo '/dev/sg0  /dev/sdb; touch PWNED'");
     for (const char* tool : {"mount", "umount", "mkdir", "rm"}) dir.Stub(tool, "exit 0");
     UsbMount mount;
-    EXPECT_EQ(mount.GetDevNode("scsi7") + "|" + mount.GetDevNode("scsi8"), "/dev/sg0|");
+    EXPECT_EQ(mount.GetDevNode("scsi7"), "/dev/sg0");
+    EXPECT_EQ(mount.GetDevNode("scsi8"), "");
     dir.Write("storage/7", "   Host scsi7: usb-storage\nSerial Number: ABC123\n");
-    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "ABC123") + "|" + mount.FindMountPoint(dir.Path("storage/"), "7", "XYZ"),
-              "/dev/sdb; touch PWNED|");
+    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "ABC123"), "/dev/sdb; touch PWNED");
+    EXPECT_EQ(mount.FindMountPoint(dir.Path("storage/"), "7", "XYZ"), "");
     EXPECT_EQ(ErrorOf([&] { mount.FindMountPoint(dir.Path("storage/"), "9", "ABC123"); }), "Could not locate files|9");
 
     EXPECT_EQ(mount.MountUSB("/dev/sdb; touch PWNED1", "/mnt/usbdrive"), 0);
@@ -108,7 +109,8 @@ TEST(UsbMountTools, SerialToDiskAndMountingThroughStubs) {
     mount.RemoveMountDir("/mnt/usbdrive");
     mount.RemoveMountDir("/proc");  // a file system is mounted there: never removed
     mount.RemoveMountDir("/");
-    EXPECT_EQ(dir.Calls(), "sg_scan\nsg_scan\nsg_scan\nsg_map\nmount [-t] [vfat] [/dev/sdb; touch PWNED1] [/mnt/usbdrive]\n"
+    EXPECT_EQ(dir.Calls(), "sg_scan\nsg_scan\nsg_scan\nsg_map\n"
+                           "mount [-t] [vfat] [/dev/sdb; touch PWNED1] [/mnt/usbdrive]\n"
                            "umount [/mnt/usbdrive]\nmkdir [-p] [/mnt/usbdrive]\nrm [-rf] [/mnt/usbdrive]\n");
     EXPECT_FALSE(dir.Exists("PWNED"));
     dir.Stub("mount", "exit 32");
@@ -123,16 +125,19 @@ TEST(UsbPortTestSteps, DiskInquiryCopyAndCompare) {
                        "/dev/sr0) echo 'PQual=0  Device_type=5';; *) exit 1;; esac");
     UsbPortTest test;
     unlink(toolOutputFile);
-    EXPECT_TRUE(test.isUSBFlashDrive("/dev/sdb") && access(toolOutputFile, F_OK) == 0) << "a disk's answer stays in the scratch file";
-    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sr0") || access(toolOutputFile, F_OK) == 0) << "another is removed";
-    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sdz") || test.isUSBFlashDrive("-x"));
+    EXPECT_TRUE(test.isUSBFlashDrive("/dev/sdb"));
+    EXPECT_EQ(access(toolOutputFile, F_OK), 0) << "a disk's answer stays in the scratch file";
+    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sr0"));
+    EXPECT_NE(access(toolOutputFile, F_OK), 0) << "another is removed";
+    EXPECT_FALSE(test.isUSBFlashDrive("/dev/sdz"));
+    EXPECT_FALSE(test.isUSBFlashDrive("-x"));
     EXPECT_EQ(dir.Calls(), "sg_inq [/dev/sdb]\nsg_inq [/dev/sr0]\nsg_inq [/dev/sdz]\n");
 
     dir.Write("SSO.DAT", "reference");
     const std::string target = dir.Write("drive/SSO.DAT", "old copy that is longer");
     EXPECT_EQ(test.CopyFileToUSB("SSO.DAT", target), 0);
-    EXPECT_EQ(dir.Read("drive/SSO.DAT") + "|" + ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }),
-              "reference|passed");
+    EXPECT_EQ(dir.Read("drive/SSO.DAT"), "reference");
+    EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }), "passed");
     dir.Write("drive/SSO.DAT", "referencf");
     EXPECT_EQ(ErrorOf([&] { test.CompareFiles("SSO.DAT", target, "Failed for port-2"); }),
               "Data Comparison Failure|Failed for port-2");
@@ -144,21 +149,24 @@ TEST(FileWriteCompareSteps, CatalogueAndCompare) {
                              "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" "
                              "fieldtest=\"0\"><parameter name=\"retries\" caption=\"Retries\" description=\"Number of "
                              "retries if test fails\" type=\"int\" min=\"0\" max=\"5\" defaultValue=\"0\"/><parameter "
-                             "name=\"numUSBdrives\" caption=\"Expected number of USB drives to test\" description=\"Expected "
-                             "number of USB drives to test\" type=\"int\" defaultValue=\"1\" min=\"1\" max=\"32\"/>";
+                             "name=\"numUSBdrives\" caption=\"Expected number of USB drives to test\" "
+                             "description=\"Expected number of USB drives to test\" type=\"int\" defaultValue=\"1\" "
+                             "min=\"1\" max=\"32\"/>";
     auto original = std::make_unique<FileWriteCompareTest>(static_cast<USBDevice*>(nullptr));
     original->SetParameters();
     UsbPortTest port(static_cast<USBDevice*>(nullptr));
     port.SetParameters();
-    EXPECT_EQ(port.GetXmlString(), "<test name=\"UsbPortTest\" caption=\"USB Port Test\" description=\"Number of USB Flash "
-                                   "drive connected, its Operating Speed and file Write Compare Test\" " + head + "</test>");
+    EXPECT_EQ(port.GetXmlString(), "<test name=\"UsbPortTest\" caption=\"USB Port Test\" description=\"Number of "
+                                   "USB Flash drive connected, its Operating Speed and file Write Compare Test\" " +
+                                       head + "</test>");
     // A copy owns its parameters: it outlives the original.
     std::unique_ptr<Persistent> copy(original->CreateCopy());
     original.reset();
     EXPECT_EQ(static_cast<::Test*>(copy.get())->GetXmlString(),
-              "<test name=\"FileWriteCompareTest\" caption=\"USB File Write Compare Test\" description=\"USB File Write "
-              "Compare Test\" " + head + "<parameter name=\"userPrompt\" caption=\"User Prompt\" description=\"User "
-              "Prompt\" type=\"string\" defaultValue=\"Please insert the USB drive keys into unit.\"/></test>");
+              "<test name=\"FileWriteCompareTest\" caption=\"USB File Write Compare Test\" "
+              "description=\"USB File Write Compare Test\" " + head +
+                  "<parameter name=\"userPrompt\" caption=\"User Prompt\" description=\"User Prompt\" "
+                  "type=\"string\" defaultValue=\"Please insert the USB drive keys into unit.\"/></test>");
 
     // The test compares a disk only as far as the reference goes.
     TempDir dir(true);

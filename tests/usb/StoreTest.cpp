@@ -46,9 +46,19 @@ std::string ReadFailure(std::vector<const Persistent*> objects) {
     return "no failure";
 }
 
-std::string Fields(const USBnode& n) {
-    return n.name + "|" + n.speed + "|" + n.version + "|" + n.class_x + "|" + n.vendorId + "|" + n.manufacturer + "|" +
-           n.serialNumber + "|" + n.configurations[0]->maxPower + "|" + std::to_string(n.level * 1000 + n.portNumber * 100 + n.deviceNumber);
+// The stored fields of a node, each against the original's.
+void ExpectStoredFields(const USBnode& restored, const USBnode& original) {
+    EXPECT_EQ(restored.name, original.name);
+    EXPECT_EQ(restored.speed, original.speed);
+    EXPECT_EQ(restored.version, original.version);
+    EXPECT_EQ(restored.class_x, original.class_x);
+    EXPECT_EQ(restored.vendorId, original.vendorId);
+    EXPECT_EQ(restored.manufacturer, original.manufacturer);
+    EXPECT_EQ(restored.serialNumber, original.serialNumber);
+    EXPECT_EQ(restored.configurations[0]->maxPower, original.configurations[0]->maxPower);
+    EXPECT_EQ(restored.level, original.level);
+    EXPECT_EQ(restored.portNumber, original.portNumber);
+    EXPECT_EQ(restored.deviceNumber, original.deviceNumber);
 }
 
 class UsbStoreTest : public UsbComponentTest {
@@ -69,13 +79,17 @@ TEST_F(UsbStoreTest, TreesComeBackWholeAndSharedByAllDevices) {
     ASSERT_EQ(after.size(), 3u);
     USBnode* top = after[0]->TreeTop();
     for (USBDevice* d : after) EXPECT_EQ(d->TreeTop(), top);
-    EXPECT_EQ(std::pair(top->Holders(), top->maxChildren), std::pair(3, 2));
+    EXPECT_EQ(top->Holders(), 3);
+    EXPECT_EQ(top->maxChildren, 2);
     EXPECT_FALSE(after[1]->isController);
     USBnode* ehci = after[0]->node;
-    EXPECT_TRUE(ehci == top->children[0] && ehci->parent == top && after[2]->node == top->children[1] &&
-                ehci->bandwidth->total == 800);
-    EXPECT_TRUE(after[1]->node == ehci->children[2] && after[1]->node->parent == ehci) << "the stick is the node in the tree";
-    EXPECT_EQ(Fields(*after[1]->node), Fields(*UsbDevicesOf(component.devices)[1]->node));
+    EXPECT_EQ(ehci, top->children[0]);
+    EXPECT_EQ(ehci->parent, top);
+    EXPECT_EQ(after[2]->node, top->children[1]);
+    EXPECT_EQ(ehci->bandwidth->total, 800);
+    EXPECT_EQ(after[1]->node, ehci->children[2]) << "the stick is the node in the tree";
+    EXPECT_EQ(after[1]->node->parent, ehci);
+    ExpectStoredFields(*after[1]->node, *UsbDevicesOf(component.devices)[1]->node);
     EXPECT_EQ(after[1]->node->kind, usbKindNone) << "kind is not stored";
     restored->RemoveDevice(after[0]);
     restored->RemoveDevice(after[2]);
@@ -92,10 +106,13 @@ TEST_F(UsbStoreTest, TreesComeBackWholeAndSharedByAllDevices) {
     top = after[0]->TreeTop();
     EXPECT_EQ(after[2]->node, top) << "an empty port points at the root";
     EXPECT_EQ(after[1]->TreeTop(), after[1]->node) << "the hub's port entry keeps its own node";
-    EXPECT_EQ(std::pair(top->Holders(), after[1]->TreeTop()->Holders()), std::pair(7, 1));
+    EXPECT_EQ(top->Holders(), 7);
+    EXPECT_EQ(after[1]->TreeTop()->Holders(), 1);
     EXPECT_EQ(after[6]->node->parent, after[3]->node);
     std::unique_ptr<USBDevice> bare = RoundTrip<USBDevice>(USBDevice(usbxml::usbDevice, nullptr, false));
-    EXPECT_TRUE(bare && bare->node == nullptr && bare->TreeTop() == nullptr) << "a device without a node stores no tree";
+    ASSERT_NE(bare, nullptr);
+    EXPECT_EQ(bare->node, nullptr) << "a device without a node stores no tree";
+    EXPECT_EQ(bare->TreeTop(), nullptr);
 }
 
 TEST_F(UsbStoreTest, CopiesShareTheTreeAndDiscoveriesFreeTheirs) {
@@ -104,7 +121,8 @@ TEST_F(UsbStoreTest, CopiesShareTheTreeAndDiscoveriesFreeTheirs) {
     USBnode* top = stick->TreeTop();
     {
         std::unique_ptr<Persistent> copy(stick->CreateCopy());
-        EXPECT_TRUE(static_cast<USBDevice*>(copy.get())->node == stick->node && top->Holders() == 4);
+        EXPECT_EQ(static_cast<USBDevice*>(copy.get())->node, stick->node);
+        EXPECT_EQ(top->Holders(), 4);
     }
     USBDevice other(usbxml::usbDevice, nullptr, false);
     other.CopyFromPointer(stick);
@@ -116,8 +134,10 @@ TEST_F(UsbStoreTest, CopiesShareTheTreeAndDiscoveriesFreeTheirs) {
     }
     EXPECT_EQ(top->Holders(), 1) << "only the copy holds the first tree now";
     component.PurgeDevices();
-    LiteralReader empty(""), closed("", false), broken("T:  Bus=01 Lev=00 MxCh= 2\nT:  Bus=01 Lev=01 Port=77 MxCh= 0\n");
-    EXPECT_EQ(ParseWithProcBusUsbDevices(empty, component.devices) + ParseWithProcBusUsbDevices(closed, component.devices), 0);
+    LiteralReader empty(""), closed("", false);
+    LiteralReader broken("T:  Bus=01 Lev=00 MxCh= 2\nT:  Bus=01 Lev=01 Port=77 MxCh= 0\n");
+    EXPECT_EQ(ParseWithProcBusUsbDevices(empty, component.devices), 0);
+    EXPECT_EQ(ParseWithProcBusUsbDevices(closed, component.devices), 0);
     EXPECT_THROW(ParseWithProcBusUsbDevices(broken, component.devices), TvkError);
     EXPECT_TRUE(component.devices.empty());
 }
@@ -139,11 +159,12 @@ TEST_F(UsbStoreTest, DamagedStreamsAreRefused) {
     USBnode* inner = Child(&first, 0);
     Child(&second, 3);
     stray.parent = inner;
-    const ForgedUSBDevice good(&first, inner), otherTree(&second, inner), innerTop(inner, inner), strayTop(&stray, &stray),
-        noNode(&first, nullptr);
+    const ForgedUSBDevice good(&first, inner), otherTree(&second, inner), innerTop(inner, inner);
+    const ForgedUSBDevice strayTop(&stray, &stray), noNode(&first, nullptr);
     EXPECT_EQ(ReadFailure({&good, &otherTree}), "USB device's node lies outside its tree");
     EXPECT_EQ(ReadFailure({&good, &innerTop}), "USB device's tree does not start at its top node");
-    EXPECT_EQ(ReadFailure({&good, &strayTop}), "USB device's tree does not start at its top node") << "a top with a parent";
+    EXPECT_EQ(ReadFailure({&good, &strayTop}), "USB device's tree does not start at its top node")
+        << "a top with a parent";
     EXPECT_EQ(ReadFailure({&noNode}), "USB device's node lies outside its tree");
 }
 
@@ -186,7 +207,8 @@ TEST(UsbSlots, RoomOnlyForFilledSlotsAndTheStoredFormKeepsAllOfThem) {
     Persistent* read = nullptr;
     in >> read;
     std::unique_ptr<USBnode> back(dynamic_cast<USBnode*>(read));
-    ASSERT_TRUE(back && back->children[7]);
+    ASSERT_NE(back, nullptr);
+    ASSERT_NE(back->children[7], nullptr);
     EXPECT_EQ(back->children[7]->parent, back.get());
     EXPECT_EQ(std::count(back->children.begin(), back->children.end(), nullptr), usbMaxSlots - 1);
     EXPECT_EQ(back->configurations[0]->maxPower, "100mA");

@@ -68,9 +68,9 @@ public:
     bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
     // A shell script `name` that logs its arguments, each in brackets, to Calls().
     void Stub(const std::string& name, const std::string& body) const {
-        chmod(Write("stubs/" + name, "#!/bin/sh\n{ printf '%s' '" + name + "'; for a in \"$@\"; do printf ' [%s]' \"$a\"; "
-                                         "done; echo; } >> '" + Path("calls.log") + "'\n" + body + "\n").c_str(),
-              0755);
+        const std::string log = "{ printf '%s' '" + name + "'; for a in \"$@\"; do printf ' [%s]' \"$a\"; "
+                                "done; echo; } >> '" + Path("calls.log") + "'\n";
+        chmod(Write("stubs/" + name, "#!/bin/sh\n" + log + body + "\n").c_str(), 0755);
         setenv("PATH", (Path("stubs") + ":" + oldPath).c_str(), 1);
     }
     std::string Calls() const { return Read("calls.log"); }
@@ -81,8 +81,9 @@ private:
 
 inline void ResetLsusbState() {
     newUSBDevice::index = 0;
-    newUSBDevice::bDeviceDescriptor = newUSBDevice::bConfigurationDescriptor = newUSBDevice::bInterfaceDescriptor = false;
-    newUSBDevice::bEndpointDescriptor = newUSBDevice::bHubDescriptor = newUSBDevice::bHidDeviceDescriptor = false;
+    newUSBDevice::bDeviceDescriptor = newUSBDevice::bConfigurationDescriptor = false;
+    newUSBDevice::bInterfaceDescriptor = newUSBDevice::bEndpointDescriptor = false;
+    newUSBDevice::bHubDescriptor = newUSBDevice::bHidDeviceDescriptor = false;
 }
 
 // The process's pTestComponent while a test runs: devices get numbers, events land in g_events.
@@ -128,7 +129,8 @@ using PropertyList = std::vector<std::pair<std::string, std::string>>;
 inline PropertyList Properties(const XmlObject& device) {
     PropertyList result;
     for (const XmlObject& c : device.children)
-        if (c.name == xmldef::property) result.emplace_back(c.GetAttributeValue(xmldef::name), c.GetAttributeValue(xmldef::value));
+        if (c.name == xmldef::property)
+            result.emplace_back(c.GetAttributeValue(xmldef::name), c.GetAttributeValue(xmldef::value));
     return result;
 }
 inline std::string PropertyCaption(const XmlObject& device, const std::string& name) {
@@ -143,7 +145,8 @@ inline std::vector<std::string> TestNames(const XmlObject& device) {
 }
 // "caption / description {name=value;...} [test ...]" of a device element.
 inline std::string Summary(const XmlObject& xml) {
-    std::string text = xml.GetAttributeValue(xmldef::caption) + " / " + xml.GetAttributeValue(xmldef::description) + " {";
+    std::string text =
+        xml.GetAttributeValue(xmldef::caption) + " / " + xml.GetAttributeValue(xmldef::description) + " {";
     for (const auto& [name, value] : Properties(xml)) text += name + "=" + value + ";";
     text += "} [";
     for (const std::string& test : TestNames(xml)) text += test + " ";

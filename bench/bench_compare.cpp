@@ -26,8 +26,8 @@
 #include <string>
 #include <vector>
 
-#include "tc/usb/linux/DriveCycle.h"
-#include "tc/usb/linux/FileCompare.h"
+#include "tc/usb/linux/storage/DriveCycle.h"
+#include "tc/usb/linux/storage/FileCompare.h"
 
 namespace {
 

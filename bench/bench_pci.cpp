@@ -10,7 +10,7 @@
 #include "common/TestHooks.h"
 #include "common/TvkError.h"
 #include "platform/HostServices.h"
-#include "tc/usb/linux/SpeedTest.h"
+#include "tc/usb/linux/usbtests/SpeedTest.h"
 
 namespace {
 

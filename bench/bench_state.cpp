@@ -10,9 +10,9 @@
 #include "common/Persistent.h"
 #include "tc/frame/USBTestComponent.h"
 #include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/USBDevice.h"
+#include "tc/usb/linux/devices/USBDevice.h"
+#include "tc/usb/linux/readers/LiteralReader.h"
 #include "tc/usb/linux/usbxml.h"
-#include "tests/usb/LiteralReader.h"
 
 namespace {
 

@@ -6,14 +6,14 @@
 #include <cstdint>
 #include <string>
 
-#include "../tests/usb/LiteralReader.h"
 #include "common/Persistent.h"
 #include "common/TestHooks.h"
 #include "common/TvkError.h"
 #include "common/XmlObject.h"
 #include "tc/frame/USBTestComponent.h"
 #include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/USBtree.h"
+#include "tc/usb/linux/readers/LiteralReader.h"
+#include "tc/usb/linux/readers/USBtree.h"
 
 static int factoryMode = 0;
 extern "C" int nvxIsFactory() { return factoryMode; }

@@ -16,14 +16,14 @@
 #include <stdexcept>
 #include <string>
 
-#include "../tests/usb/LiteralReader.h"
 #include "tc/usb/linux/Discovery.h"
 
 #include "common/Persistent.h"
 #include "common/TvkError.h"
 #include "common/XmlObject.h"
 #include "tc/frame/USBTestComponent.h"
-#include "tc/usb/linux/newUSBDevice.h"
+#include "tc/usb/linux/devices/newUSBDevice.h"
+#include "tc/usb/linux/readers/LiteralReader.h"
 
 static int factoryMode = 0;
 extern "C" int nvxIsFactory() { return factoryMode; }

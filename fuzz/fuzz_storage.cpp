@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "tc/usb/linux/MountTable.h"
-#include "tc/usb/linux/SavedDriveFile.h"
-#include "tc/usb/linux/ScsiPathMapping.h"
-#include "tc/usb/linux/UsbFileParser.h"
-#include "tc/usb/linux/UsbMount.h"
-#include "tc/usb/linux/UsbPortTest.h"
+#include "tc/usb/linux/readers/UsbFileParser.h"
+#include "tc/usb/linux/storage/MountTable.h"
+#include "tc/usb/linux/storage/SavedDriveFile.h"
+#include "tc/usb/linux/storage/ScsiPathMapping.h"
+#include "tc/usb/linux/storage/UsbMount.h"
+#include "tc/usb/linux/usbtests/UsbPortTest.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The lsusb road device: name fallbacks, where tests hang, caption counter, template, root hub test.
 #include "common/StringUtil.h"
 #include "common/TvkError.h"
-#include "tc/usb/linux/RootHubTest.h"
+#include "tc/usb/linux/usbtests/RootHubTest.h"
 #include "usb/UsbTestSupport.h"
 
 std::vector<std::string> DeviceTexts(const std::string& raw);

@@ -10,10 +10,10 @@
 
 #include "common/Translate.h"
 #include "common/TvkError.h"
-#include "tc/usb/linux/DriveCycle.h"
-#include "tc/usb/linux/DriveGuard.h"
-#include "tc/usb/linux/FileCompare.h"
-#include "tc/usb/linux/Hash64.h"
+#include "tc/usb/linux/storage/DriveCycle.h"
+#include "tc/usb/linux/storage/DriveGuard.h"
+#include "tc/usb/linux/storage/FileCompare.h"
+#include "tc/usb/linux/storage/Hash64.h"
 #include "usb/UsbTestSupport.h"
 
 namespace {

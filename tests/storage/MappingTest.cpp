@@ -1,12 +1,13 @@
 // From a serial number to a disk: port scan, usb-storage files, sg_scan/sg_map lines, mount table.
+#include <climits>
 #include <map>
 #include <stdexcept>
 
-#include "tc/usb/linux/DriveGuard.h"
-#include "tc/usb/linux/MountTable.h"
-#include "tc/usb/linux/ScsiPathMapping.h"
-#include "tc/usb/linux/UsbFileParser.h"
-#include "tc/usb/linux/UsbMount.h"
+#include "tc/usb/linux/readers/UsbFileParser.h"
+#include "tc/usb/linux/storage/DriveGuard.h"
+#include "tc/usb/linux/storage/MountTable.h"
+#include "tc/usb/linux/storage/ScsiPathMapping.h"
+#include "tc/usb/linux/storage/UsbMount.h"
 #include "usb/UsbTestSupport.h"
 
 namespace {
@@ -126,4 +127,14 @@ TEST(SwapTable, AreasAndTheDrivesTheyAreOn) {
     EXPECT_EQ(FindDeviceOrPartition(swaps, "/dev/sdc"), nullptr);
     EXPECT_TRUE(ParseSwapTable("Filename Type Size Used Priority\n").empty());
     EXPECT_EQ(BlockDeviceName("/dev/sdb; x/sdq"), "sdq");
+}
+
+// The port scan and the tree parser read one number alike, also beyond 32 bits.
+TEST(PortScan, NumbersBeyondAnIntAreHeldAsTheTreeParserHoldsThem) {
+    UsbFileParser parser;
+    const char* line = "T:  Bus=01 Lev=01 Port=4294967298 Spd=-4294967296";
+    EXPECT_EQ(parser.GetInt(line, "Port=", 10), INT_MAX);
+    EXPECT_EQ(parser.GetInt(line, "Spd=", 10), INT_MIN);
+    EXPECT_EQ(USBtree::GetInt(line, "Port=", 10), INT_MAX);
+    EXPECT_EQ(USBtree::GetInt(line, "Spd=", 10), INT_MIN);
 }

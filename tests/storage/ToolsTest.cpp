@@ -8,11 +8,11 @@
 
 #include "common/TvkError.h"
 #include "platform/SystemHelpers.h"
-#include "tc/usb/linux/ExternalTool.h"
-#include "tc/usb/linux/FileCompare.h"
-#include "tc/usb/linux/UsbMount.h"
-#include "tc/usb/linux/UsbPortTest.h"
-#include "tc/usb/linux/filewtcmptest.h"
+#include "tc/usb/linux/storage/ExternalTool.h"
+#include "tc/usb/linux/storage/FileCompare.h"
+#include "tc/usb/linux/storage/UsbMount.h"
+#include "tc/usb/linux/usbtests/UsbPortTest.h"
+#include "tc/usb/linux/usbtests/filewtcmptest.h"
 #include "usb/UsbTestSupport.h"
 
 namespace {

@@ -2,8 +2,8 @@
 #include "UsbTestSupport.h"
 #include "common/StringUtil.h"
 #include "common/TvkError.h"
-#include "tc/usb/linux/RootHubProbe.h"
-#include "tc/usb/linux/RootHubTest.h"
+#include "tc/usb/linux/devices/RootHubProbe.h"
+#include "tc/usb/linux/usbtests/RootHubTest.h"
 
 namespace {
 
@@ -130,4 +130,17 @@ TEST_F(UsbDeviceTest, TheLargestMachineIsFoundWholeAndInOrder) {
     int i = 0;
     for (Device* d : component.devices) EXPECT_EQ(d->name, "usbDevice" + N(i++)) << "usbDevice2 before usbDevice10";
     EXPECT_EQ(IdentifyAll().size(), 32u * 127u);
+}
+
+TEST_F(UsbDeviceTest, TheLaterOfTwoDevicesOnOnePortIsFound) {
+    std::vector<USBDevice*> devices = Discover(Fixture("usb/data/two_on_one_port.devices"));
+    ASSERT_EQ(devices.size(), 2u);
+    EXPECT_EQ(devices[1]->node->product, "Optical USB Mouse");
+
+    g_factoryMode = 1;
+    component.RemoveDevice(component.FindDevice("usbDevice0"));
+    component.RemoveDevice(component.FindDevice("usbDevice1"));
+    devices = Discover(Fixture("usb/data/two_on_one_port.devices"));
+    ASSERT_EQ(devices.size(), 5u) << "the root hub and its four ports";
+    EXPECT_EQ(devices[3]->node->product, "Optical USB Mouse");
 }

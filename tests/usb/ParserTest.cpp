@@ -8,8 +8,8 @@ namespace {
 
 const std::string rootHub1 = "T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 2\n"
                              "D:  Ver= 2.00 Cls=09(hub  ) Sub=00 Prot=01 MxPS=64 #Cfgs=  1\n";
-const std::string failureA = "An Error occurred while discovering USB devices in the system";
-const std::string failureB = "Topology Level value of the USB Device out of range";
+const std::string discoveryError = "An Error occurred while discovering USB devices in the system";
+const std::string levelError = "Topology Level value of the USB Device out of range";
 
 // What a parsed node publishes; a failure names the node and the field.
 struct Published {
@@ -117,17 +117,17 @@ TEST_F(ParserTest, OutOfRangeTextFailsWithItsText) {
     const struct {
         std::string text, message, detail;
     } cases[] = {
-        {device + "Port=00\n", failureA, ""},
-        {"T:  Bus=01 Lev=32 Port=00 MxCh= 0\n", failureB, ""},
-        {"T:  Bus=01 Lev=-1 Port=00 MxCh= 0\n", failureB, ""},
-        {"T:  Bus=01 Lev=4294967296 Port=00 MxCh= 0\n", failureB, ""},  // must not wrap into range
-        {rootHub1 + "T:  Bus=02 Lev=01 Port=00 MxCh= 0\n", failureA, ""},  // a new bus forgets the old hubs
-        {"T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 0\n", failureA, ""},  // no ports, no parent
-        {rootHub1 + device + "Port=40\n", failureA, "Port=40 is out of range"},
-        {rootHub1 + "T:  Bus=01 Lev=01 Port=32 MxCh= 4\n", failureA, "Port=32 is out of range"},
-        {rootHub1 + device + "Port=-3\n", failureA, "Port=-3 is out of range"},
-        {rootHub1 + device + "Port=01\n" + device + "Port=01\n", failureA, "two devices on Port=1 of one hub"},
-        {controllers, failureA, "more than 32 host controllers"},
+        {device + "Port=00\n", discoveryError, ""},
+        {"T:  Bus=01 Lev=32 Port=00 MxCh= 0\n", levelError, ""},
+        {"T:  Bus=01 Lev=-1 Port=00 MxCh= 0\n", levelError, ""},
+        {"T:  Bus=01 Lev=4294967296 Port=00 MxCh= 0\n", levelError, ""},  // must not wrap into range
+        {rootHub1 + "T:  Bus=02 Lev=01 Port=00 MxCh= 0\n", discoveryError, ""},  // a new bus forgets the old hubs
+        // no ports, no parent
+        {"T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 0\n", discoveryError, ""},
+        {rootHub1 + device + "Port=40\n", discoveryError, "Port=40 is out of range"},
+        {rootHub1 + "T:  Bus=01 Lev=01 Port=32 MxCh= 4\n", discoveryError, "Port=32 is out of range"},
+        {rootHub1 + device + "Port=-3\n", discoveryError, "Port=-3 is out of range"},
+        {controllers, discoveryError, "more than 32 host controllers"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
@@ -223,4 +223,19 @@ TEST(UsbReader, LongLinesOfAFileComeInPiecesAndTheEndIsSeenLate) {
     EXPECT_EQ(reader.readLine(buffer)[0], 'a');
     reader.close();
     EXPECT_FALSE(FileReader(dir.Path("missing")).open());
+}
+
+// The earlier device leaves the tree with all below it; what its lines selected stays selected.
+TEST_F(ParserTest, ALaterDeviceOnAnOccupiedPortTakesTheSlot) {
+    USBnode* root = Parse(Fixture("usb/data/two_on_one_port.devices"));
+    ASSERT_NE(root, nullptr);
+    USBnode* rootHub = root->children[0];
+    ASSERT_NE(rootHub->children[2], nullptr);
+    EXPECT_EQ(rootHub->children[2]->product, "Optical USB Mouse");
+    EXPECT_EQ(rootHub->children[2]->parent, rootHub);
+    EXPECT_EQ(rootHub->children[2]->children[0], nullptr) << "the earlier hub's stick is not the mouse's";
+    EXPECT_EQ(rootHub->children[2]->children[1], nullptr) << "a stick behind the mouse goes to the earlier hub";
+    ASSERT_EQ(tree.usb20Devices.size(), 2u);
+    EXPECT_EQ(tree.usb20Devices.front()->product, "Cruzer");
+    EXPECT_EQ(tree.usb20Devices.back()->product, "DT 101 G2");
 }

@@ -16,11 +16,11 @@
 #include "common/xmldef.h"
 #include "tc/frame/USBTestComponent.h"
 #include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/USBDevice.h"
-#include "tc/usb/linux/USBInfoReader.h"
-#include "tc/usb/linux/USBtree.h"
-#include "tc/usb/linux/newUSBDevice.h"
-#include "LiteralReader.h"
+#include "tc/usb/linux/devices/USBDevice.h"
+#include "tc/usb/linux/devices/newUSBDevice.h"
+#include "tc/usb/linux/readers/LiteralReader.h"
+#include "tc/usb/linux/readers/USBInfoReader.h"
+#include "tc/usb/linux/readers/USBtree.h"
 #include "tc/usb/linux/usbxml.h"
 
 // What nvxIsFactory answers; each program defines that function once.

@@ -3,11 +3,11 @@
 
 #include "common/TestHooks.h"
 #include "platform/HostServices.h"
-#include "tc/usb/linux/DescTest.h"
-#include "tc/usb/linux/LoopbackTest.h"
-#include "tc/usb/linux/SpeedTest.h"
-#include "tc/usb/linux/UsbPortTest.h"
-#include "tc/usb/linux/filewtcmptest.h"
+#include "tc/usb/linux/usbtests/DescTest.h"
+#include "tc/usb/linux/usbtests/LoopbackTest.h"
+#include "tc/usb/linux/usbtests/SpeedTest.h"
+#include "tc/usb/linux/usbtests/UsbPortTest.h"
+#include "tc/usb/linux/usbtests/filewtcmptest.h"
 #include "usb/UsbTestSupport.h"
 
 extern "C" int nvxIsFactory() { return g_factoryMode; }

@@ -15,6 +15,8 @@ void WriteLog(const std::string& caption, const std::string& description) {
 
 std::string ComponentName() { return pTestComponent ? pTestComponent->componentName : std::string(); }
 
+std::string WriteDirectory() { return TestComponent::GetDiagsWriteDirectory(); }
+
 bool TakeDeviceNumber(const std::string& base, unsigned int& number) {
     TestComponent* component = pTestComponent;
     if (!component || component->buildingCatalog) return false;

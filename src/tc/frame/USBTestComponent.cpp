@@ -6,8 +6,8 @@
 #include "common/TvkError.h"
 #include "common/xmldef.h"
 #include "tc/usb/linux/Discovery.h"
-#include "tc/usb/linux/DriveCycle.h"
-#include "tc/usb/linux/USBDevice.h"
+#include "tc/usb/linux/devices/USBDevice.h"
+#include "tc/usb/linux/storage/DriveCycle.h"
 #include "tc/usb/linux/usbxml.h"
 
 USBTestComponent::USBTestComponent(const std::string&) {}

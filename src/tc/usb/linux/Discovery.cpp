@@ -8,11 +8,11 @@
 #include "common/Debug.h"
 #include "common/TvkError.h"
 #include "platform/HostServices.h"
-#include "tc/usb/linux/ExternalTool.h"
-#include "tc/usb/linux/LsusbRoad.h"
-#include "tc/usb/linux/USBDevice.h"
-#include "tc/usb/linux/USBInfoReader.h"
-#include "tc/usb/linux/USBtree.h"
+#include "tc/usb/linux/devices/USBDevice.h"
+#include "tc/usb/linux/devices/newUSBDevice.h"
+#include "tc/usb/linux/readers/USBInfoReader.h"
+#include "tc/usb/linux/readers/USBtree.h"
+#include "tc/usb/linux/storage/ExternalTool.h"
 #include "tc/usb/linux/usbxml.h"
 
 namespace {
@@ -21,7 +21,8 @@ namespace {
 int PortsOf(const USBnode* node) { return std::max(0, std::min<int>(node->maxChildren, usbMaxSlots)); }
 
 // The set owns the device from here on; a device whose name is taken goes.
-void Insert(DeviceSet* devices, std::unique_ptr<USBDevice> device) {
+// Both roads make their devices through here.
+void Insert(DeviceSet* devices, std::unique_ptr<Device> device) {
     if (InsertDevice(*devices, device.get())) device.release();
 }
 
@@ -213,7 +214,7 @@ int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
                       ToolOutput::discard);
     // The device of each block: the one place where this road makes devices.
     // Each takes its block over, so the text is not held twice.
-    for (std::string& block : blocks) AddLsusbDevice(devices, std::move(block));
+    for (std::string& block : blocks) Insert(&devices, std::unique_ptr<Device>(new newUSBDevice(std::move(block))));
     mount.Wait();
     return 0;
 }

@@ -202,7 +202,7 @@ double CyclePeak(const std::string& reference, const std::string& drive) {
         _exit(127);
     }
     int status = 0;
-    rusage usage {};
+    rusage usage{};
     if (wait4(child, &status, 0, &usage) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) return -1;
     return usage.ru_maxrss / 1024.0;
 }
@@ -226,7 +226,8 @@ int main(int argc, char** argv) {
     const double peak = CyclePeak(made.Path("ref64"), made.Path("drive64"));
     const double small = CyclePeak(made.Path("ref1"), made.Path("drive1"));
     std::printf("peak memory of one drive cycle: %.1f MiB for a 64 MiB reference (target < 16: %s), "
-                "%.1f MiB for 1 MiB\n", peak, peak >= 0 && peak < 16 ? "met" : "MISSED", small);
+                "%.1f MiB for 1 MiB\n",
+                peak, peak >= 0 && peak < 16 ? "met" : "MISSED", small);
     files = nullptr;
     return 0;
 }

@@ -192,8 +192,8 @@ struct Check {
 Check CompareWithReference(Road road, int buses, bool factory) {
     Check check;
     check.done = true;
-    const std::string printed = RunSelf({checkOption, std::to_string(road == lsusbRoad), std::to_string(buses),
-                                         std::to_string(factory)});
+    const std::string printed =
+        RunSelf({checkOption, std::to_string(road == lsusbRoad), std::to_string(buses), std::to_string(factory)});
     const size_t newline = printed.find('\n');
     if (newline == std::string::npos) {
         check.differs = "the checking process gave no answer";

@@ -76,7 +76,7 @@ void PeakMemoryOfTheCostliestCommand(benchmark::State& state) {
         const pid_t child = fork();
         if (child == 0) {
             Component component;
-            rusage before {}, after {};
+            rusage before{}, after{};
             getrusage(RUSAGE_SELF, &before);
             ExecuteXMLCommand(text.c_str());
             getrusage(RUSAGE_SELF, &after);

@@ -23,7 +23,8 @@ std::string devicesText(int buses) {
     std::string text;
     for (int bus = 1; bus <= buses; ++bus) {
         const std::string b = "Bus=" + std::to_string(bus);
-        text += "T:  " + b + " Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 7\n"
+        text += "T:  " + b +
+                " Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 7\n"
                 "D:  Ver= 2.00 Cls=09(hub  ) Sub=00 Prot=01 MxPS=64 #Cfgs=  1\n"
                 "S:  Manufacturer=Linux 2.6.16 ehci_hcd\nS:  Product=EHCI Host Controller\n";
         for (int hub = 0; hub < 7; ++hub) {
@@ -50,8 +51,7 @@ void Naming(benchmark::State& state) {
     component.eventCallback = &dropEvent;
     pTestComponent = &component;
     for (auto _ : state) {
-        for (int i = 0; i < count; ++i)
-            component.devices.insert(new USBDevice(usbxml::usbDevice, nullptr, false));
+        for (int i = 0; i < count; ++i) component.devices.insert(new USBDevice(usbxml::usbDevice, nullptr, false));
         state.PauseTiming();
         component.PurgeDevices();
         state.ResumeTiming();

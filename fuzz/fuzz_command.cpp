@@ -44,8 +44,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzzerFolder = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fuzzerFolder < 0 || !mkdtemp(folder) || chdir(folder) != 0 || mkdir("stubs", 0755) != 0) std::abort();
     std::atexit([] { std::filesystem::remove_all(folder); });
-    for (const char* tool : {"mount", "umount", "sync", "lsusb", "sg_scan", "sg_map", "sg_inq", "cp", "mkdir", "rm",
-                             "testlibusb"}) {
+    for (const char* tool :
+         {"mount", "umount", "sync", "lsusb", "sg_scan", "sg_map", "sg_inq", "cp", "mkdir", "rm", "testlibusb"}) {
         const std::string path = std::string("stubs/") + tool;
         std::ofstream(path) << "#!/bin/sh\nexit 0\n";
         if (chmod(path.c_str(), 0755) != 0) std::abort();

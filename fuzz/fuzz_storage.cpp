@@ -47,15 +47,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // A "Serial Number" line that ends behind its colon and an sg_scan
         // line without "scsi" end in the out-of-range error of substr, as
         // they always did: the test reports it as an internal error.
-        case 0:
-            try {
-                MapSerialNumbersFromText(text, map);
+        case 0: try { MapSerialNumbersFromText(text, map);
             } catch (const std::out_of_range&) {
             }
             break;
-        case 1:
-            try {
-                MapHostIDsFromText(text, map);
+        case 1: try { MapHostIDsFromText(text, map);
             } catch (const std::out_of_range&) {
             }
             break;

@@ -18,21 +18,19 @@
 
 namespace {
 
-const char usageLines[] =
-    "usage: zorbus-state show FILE\n"
-    "       zorbus-state copy FILE OUT\n";
-const char helpText[] =
-    "\n"
-    "Looks into a state file of the USB test component libzorbus.so, as\n"
-    "zorbus-host --state FILE keeps it.\n"
-    "\n"
-    "  show FILE       list the component, each device and its tests with their\n"
-    "                  states\n"
-    "  copy FILE OUT   read FILE and write it again to OUT\n"
-    "  -h, --help      this text\n"
-    "\n"
-    "Exit status: 0 success; 1 FILE cannot be read (missing, no state file,\n"
-    "damaged) or OUT cannot be written; 2 usage error.\n";
+const char usageLines[] = "usage: zorbus-state show FILE\n"
+                          "       zorbus-state copy FILE OUT\n";
+const char helpText[] = "\n"
+                        "Looks into a state file of the USB test component libzorbus.so, as\n"
+                        "zorbus-host --state FILE keeps it.\n"
+                        "\n"
+                        "  show FILE       list the component, each device and its tests with their\n"
+                        "                  states\n"
+                        "  copy FILE OUT   read FILE and write it again to OUT\n"
+                        "  -h, --help      this text\n"
+                        "\n"
+                        "Exit status: 0 success; 1 FILE cannot be read (missing, no state file,\n"
+                        "damaged) or OUT cannot be written; 2 usage error.\n";
 
 // A file that is not there, or cannot be read, is named as such; the
 // stream then tells a file that is no state file from a damaged one.
@@ -53,8 +51,8 @@ void show(const TestComponent& component) {
            component.devices.size());
     for (const Device* d : component.devices) {
         printf("  %s %s locked=%d caption=\"%s\" description=\"%s\" interfaces=%zu diagnoses=%zu\n",
-               d->GetRealClassName(), d->name.c_str(), d->locked ? 1 : 0, d->caption.c_str(),
-               d->description.c_str(), d->interfaces.size(), d->diagnoses.size());
+               d->GetRealClassName(), d->name.c_str(), d->locked ? 1 : 0, d->caption.c_str(), d->description.c_str(),
+               d->interfaces.size(), d->diagnoses.size());
         for (const Test* t : d->tests)
             if (t) printf("    %s %s state=\"%s\"\n", t->GetRealClassName(), t->name.c_str(), t->currentState.c_str());
     }

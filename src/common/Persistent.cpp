@@ -284,8 +284,7 @@ iptstream& iptstream::operator>>(bool& v) {
 std::string iptstream::ReadString() {
     uint32_t length;
     *this >> length;
-    if (length > Remaining())
-        throw PersistenceError("string length " + std::to_string(length) + " exceeds the data");
+    if (length > Remaining()) throw PersistenceError("string length " + std::to_string(length) + " exceeds the data");
     std::string text(data, position, length);
     position += length;
     return text;
@@ -316,42 +315,40 @@ Persistent* iptstream::ReadPointer(Kind kind) {
     uint32_t tag;
     *this >> tag;
     switch (tag) {
-    case kTagNull:
-        return nullptr;
-    case kTagKnown: {
-        if (kind == Kind::Owned) throw PersistenceError("reference where an owned object is expected");
-        uint32_t index;
-        *this >> index;
-        if (index >= table.size())
-            throw PersistenceError("reference to object " + std::to_string(index) + " not read yet");
-        if (!table[index]) throw PersistenceError("reference to released object " + std::to_string(index));
-        return table[index];
-    }
-    case kTagNew: {
-        if (kind == Kind::Reference) throw PersistenceError("new object where a reference is expected");
-        const std::string name = ReadString();
-        DepthGuard guard(depth);
-        Persistent* object = PersistentClassRegistry::Create(name);
-        if (!object) throw PersistenceError("unknown class " + name);
-        const size_t index = table.size();
-        try {
-            table.push_back(object);
-            reading.push_back(object);
-            object->ReadAndWrite(*this, ptRead, 0);
-            reading.pop_back();
-        } catch (...) {
-            reading.pop_back();
-            // What was read inside the object went with it (or was never
-            // kept); no later reference may reach any of it.
-            if (index < table.size())
-                std::fill(table.begin() + static_cast<std::ptrdiff_t>(index), table.end(), nullptr);
-            delete object;
-            throw;
+        case kTagNull: return nullptr;
+        case kTagKnown: {
+            if (kind == Kind::Owned) throw PersistenceError("reference where an owned object is expected");
+            uint32_t index;
+            *this >> index;
+            if (index >= table.size())
+                throw PersistenceError("reference to object " + std::to_string(index) + " not read yet");
+            if (!table[index]) throw PersistenceError("reference to released object " + std::to_string(index));
+            return table[index];
         }
-        return object;
-    }
-    default:
-        throw PersistenceError("unknown pointer tag " + std::to_string(tag));
+        case kTagNew: {
+            if (kind == Kind::Reference) throw PersistenceError("new object where a reference is expected");
+            const std::string name = ReadString();
+            DepthGuard guard(depth);
+            Persistent* object = PersistentClassRegistry::Create(name);
+            if (!object) throw PersistenceError("unknown class " + name);
+            const size_t index = table.size();
+            try {
+                table.push_back(object);
+                reading.push_back(object);
+                object->ReadAndWrite(*this, ptRead, 0);
+                reading.pop_back();
+            } catch (...) {
+                reading.pop_back();
+                // What was read inside the object went with it (or was never
+                // kept); no later reference may reach any of it.
+                if (index < table.size())
+                    std::fill(table.begin() + static_cast<std::ptrdiff_t>(index), table.end(), nullptr);
+                delete object;
+                throw;
+            }
+            return object;
+        }
+        default: throw PersistenceError("unknown pointer tag " + std::to_string(tag));
     }
 }
 

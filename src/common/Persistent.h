@@ -104,9 +104,15 @@ public:
     optstream& operator<<(int32_t v);
     optstream& operator<<(uint32_t v);
     optstream& operator<<(bool v);
-    optstream& operator<<(const std::string& v) { WriteString(v); return *this; }
+    optstream& operator<<(const std::string& v) {
+        WriteString(v);
+        return *this;
+    }
     // Without this a string literal would pick the bool form.
-    optstream& operator<<(const char* v) { WriteString(v ? v : ""); return *this; }
+    optstream& operator<<(const char* v) {
+        WriteString(v ? v : "");
+        return *this;
+    }
     optstream& operator<<(const Persistent* object);  // pointer form
     optstream& operator<<(const Persistent& object);  // by-value form
     void WriteString(const std::string& text);
@@ -146,7 +152,10 @@ public:
     iptstream& operator>>(int32_t& v);
     iptstream& operator>>(uint32_t& v);
     iptstream& operator>>(bool& v);
-    iptstream& operator>>(std::string& v) { v = ReadString(); return *this; }
+    iptstream& operator>>(std::string& v) {
+        v = ReadString();
+        return *this;
+    }
     // Pointer form: a new object, a reference to one read before, or null.
     iptstream& operator>>(Persistent*& object);
     // By-value form: fills the existing object.
@@ -155,11 +164,14 @@ public:
 
     // An owning pointer of class T: null or a new object, never a reference
     // (so no object can get two owners from a damaged file).
-    template <class T> void ReadOwned(T*& object);
+    template <class T>
+    void ReadOwned(T*& object);
     // A non-owning pointer of class T: null or an object read before.
-    template <class T> void ReadReference(T*& object);
+    template <class T>
+    void ReadReference(T*& object);
     // Any pointer of class T; a reference is allowed (shared objects).
-    template <class T> void ReadShared(T*& object);
+    template <class T>
+    void ReadShared(T*& object);
 
     // A count of elements that each take at least `minBytes`; refuses counts
     // that the rest of the stream cannot hold.
@@ -189,7 +201,10 @@ private:
 template <class T>
 void iptstream::ReadOwned(T*& object) {
     Persistent* p = ReadPointer(Kind::Owned);
-    if (!p) { object = nullptr; return; }
+    if (!p) {
+        object = nullptr;
+        return;
+    }
     T* typed = dynamic_cast<T*>(p);
     if (!typed) {
         Discard(p);

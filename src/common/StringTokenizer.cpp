@@ -3,9 +3,7 @@
 StringTokenizer::StringTokenizer(const std::string& text, const std::string& separators)
     : text(text), separators(separators) {}
 
-bool StringTokenizer::HasMoreTokens() const {
-    return position < text.size();
-}
+bool StringTokenizer::HasMoreTokens() const { return position < text.size(); }
 
 std::string StringTokenizer::NextToken() {
     if (position >= text.size()) {

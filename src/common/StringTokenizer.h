@@ -31,4 +31,4 @@ namespace StringParseUtility {
 // Removes blanks, tabs, carriage returns and newlines at both ends.
 // `flags` is reserved and ignored.
 std::string Trim(const std::string& text, int flags = 0);
-}
+}  // namespace StringParseUtility

@@ -67,8 +67,8 @@ uint32_t ReadWord(const std::string& data, size_t offset, bool swapped) {
     if (swapped)
         return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
                static_cast<uint32_t>(p[2]) << 8 | p[3];
-    return static_cast<uint32_t>(p[3]) << 24 | static_cast<uint32_t>(p[2]) << 16 |
-           static_cast<uint32_t>(p[1]) << 8 | p[0];
+    return static_cast<uint32_t>(p[3]) << 24 | static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[1]) << 8 |
+           p[0];
 }
 
 // Parses a GNU .mo image into `out`. A file that is damaged anywhere yields
@@ -105,8 +105,7 @@ bool ParseMo(const std::string& data, Catalog& out) {
         std::string id = data.substr(idOffset, idLength);
         // The header (empty msgid), plural entries (msgid\0plural) and
         // entries with a context (context\4msgid) are not used here.
-        if (id.empty() || strLength == 0 || id.find('\0') != std::string::npos ||
-            id.find('\4') != std::string::npos)
+        if (id.empty() || strLength == 0 || id.find('\0') != std::string::npos || id.find('\4') != std::string::npos)
             continue;
         out.emplace(std::move(id), data.substr(strOffset, strLength));
     }
@@ -137,8 +136,7 @@ std::string ExecutablePath() {
 
 bool SameFile(const std::string& a, const std::string& b) {
     struct stat sa, sb;
-    return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
-           sa.st_ino == sb.st_ino;
+    return stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
 // The folder of the shared object that holds this code; for a program

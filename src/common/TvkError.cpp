@@ -63,7 +63,6 @@ const char* TvkError::GetTagName() const { return xmldef::error; }
 
 const char* TvkError::GetErrorCode() const { return "TvkError"; }
 
-FrontendError::FrontendError(const std::string& message, const std::string& detail)
-    : TvkError(message, detail, "") {}
+FrontendError::FrontendError(const std::string& message, const std::string& detail) : TvkError(message, detail, "") {}
 
 const char* FrontendError::GetErrorCode() const { return "FrontendError"; }

@@ -15,9 +15,7 @@ public:
 
     const char* RootName() const { return document.document_element().name(); }
     // The root's attribute, or "" when it has none of that name.
-    const char* RootAttribute(const char* name) const {
-        return document.document_element().attribute(name).value();
-    }
+    const char* RootAttribute(const char* name) const { return document.document_element().attribute(name).value(); }
 
 private:
     friend class XmlObject;

@@ -22,9 +22,8 @@ struct EscapeTables {
     EscapeTables() {
         for (int c = 0; c < 256; ++c) {
             attribute[c] = (c < 32 || c == '&' || c == '<' || c == '"') ? kSpecial : kPlain;
-            text[c] = ((c < 32 && c != '\t' && c != '\n' && c != '\r') || c == '&' || c == '<' || c == '>')
-                          ? kSpecial
-                          : kPlain;
+            text[c] = ((c < 32 && c != '\t' && c != '\n' && c != '\r') || c == '&' || c == '<' || c == '>') ? kSpecial
+                                                                                                            : kPlain;
         }
     }
 };
@@ -387,8 +386,7 @@ void XmlObject::AddProperty(const std::string& propertyName, const std::string& 
     property.attributes.emplace_back(xmldef::value, propertyValue);
 }
 
-void XmlObject::AddProperty(const std::string& propertyName, const std::string& caption, int propertyValue,
-                            int flags) {
+void XmlObject::AddProperty(const std::string& propertyName, const std::string& caption, int propertyValue, int flags) {
     AddProperty(propertyName, caption, std::to_string(propertyValue), flags);
 }
 

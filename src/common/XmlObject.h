@@ -18,7 +18,7 @@ class XmlDocument;
 class XmlObject {
 public:
     std::string name;
-    std::string value;                 // the element's own text
+    std::string value;  // the element's own text
     std::vector<XmlObject> children;
 
     XmlObject() = default;
@@ -34,8 +34,7 @@ public:
     ~XmlObject();
 
     // The attribute's value, or `defaultValue` when the element has none.
-    std::string GetAttributeValue(const std::string& attribute,
-                                  const std::string& defaultValue = "") const;
+    std::string GetAttributeValue(const std::string& attribute, const std::string& defaultValue = "") const;
     bool HasAttribute(const std::string& attribute) const;
     // Sets or replaces; a new attribute goes after the existing ones.
     void SetAttribute(const std::string& attribute, const char* text);
@@ -52,10 +51,9 @@ public:
     // A display property of a device, written as one child element:
     //   <property name="..." caption="..." value="..."/>
     // `flags` is reserved and ignored.
-    void AddProperty(const std::string& propertyName, const std::string& caption,
-                     const std::string& propertyValue, int flags = 0);
-    void AddProperty(const std::string& propertyName, const std::string& caption,
-                     int propertyValue, int flags = 0);
+    void AddProperty(const std::string& propertyName, const std::string& caption, const std::string& propertyValue,
+                     int flags = 0);
+    void AddProperty(const std::string& propertyName, const std::string& caption, int propertyValue, int flags = 0);
 
     // First element named `element` (any depth, document order, this element
     // included) that satisfies `predicate`: empty, or "@attr='value'".
@@ -109,7 +107,9 @@ public:
         return *this;
     }
     template <size_t N>
-    XmlTextWriter& Raw(const char (&literal)[N]) { return Raw(literal, N - 1); }
+    XmlTextWriter& Raw(const char (&literal)[N]) {
+        return Raw(literal, N - 1);
+    }
     XmlTextWriter& Raw(const std::string& piece) { return Raw(piece.data(), piece.size()); }
     XmlTextWriter& Attribute(const std::string& value);  // escaped as an attribute value
     XmlTextWriter& Text(const std::string& value);       // escaped as an element's text
@@ -148,7 +148,8 @@ template <typename T>
 void XmlObject::SetAttribute(const std::string& attribute, T number, int base) {
     static_assert(std::is_integral<T>::value, "SetAttribute<T> takes an integer");
     // Other bases are unsigned in T's own width: an int -1 in base 16 is "ffffffff".
-    using U = typename std::make_unsigned<typename std::conditional<std::is_same<T, bool>::value, unsigned char, T>::type>::type;
+    using U = typename std::make_unsigned<
+        typename std::conditional<std::is_same<T, bool>::value, unsigned char, T>::type>::type;
     if (std::is_signed<T>::value && base == 10)
         SetAttribute(attribute, XmlFormatNumber(static_cast<long long>(number), base));
     else

@@ -88,8 +88,7 @@ int HexDigit(char c) {
 
 // "0000:BB:DD.F" of domain 0 to its slot; -1 for any other name.
 int SlotOfName(const char* name) {
-    if (std::strlen(name) != 12 || std::strncmp(name, "0000:", 5) != 0 || name[7] != ':' || name[10] != '.')
-        return -1;
+    if (std::strlen(name) != 12 || std::strncmp(name, "0000:", 5) != 0 || name[7] != ':' || name[10] != '.') return -1;
     const int b1 = HexDigit(name[5]), b0 = HexDigit(name[6]), d1 = HexDigit(name[8]), d0 = HexDigit(name[9]);
     const int f = name[11] - '0';
     if (b1 < 0 || b0 < 0 || d1 < 0 || d0 < 0 || f < 0 || f > 7) return -1;

@@ -13,7 +13,7 @@ class ThreadPhoManager;
 
 class Thread {
 public:
-    std::atomic<bool> finished{false};  // run() has returned normally
+    std::atomic<bool> finished{false};    // run() has returned normally
     ThreadPhoManager* manager = nullptr;  // owned; made by start()
 
     Thread() = default;

@@ -35,10 +35,21 @@ void BuildPugi(const XmlObject& from, pugi::xml_node parent) {
 }
 
 TEST(TextHelpers, NaturalOrderTokensTrimFormatAndElapsedTime) {
-    const struct { const char *a, *b; int expected; } cases[] = {
-        {"usbDevice2", "usbDevice10", -1}, {"usbDevice10", "usbDevice9", 1}, {"usbDevice3", "usbDevice3", 0},
-        {"usbDevice", "usbDevice0", -1}, {"a2b10", "a2b9", 1}, {"a01", "a1", 1}, {"abc", "abd", -1}, {"", "", 0},
-        {"9", "10", -1}, {"x99999999999999999999", "x100000000000000000000", -1}, {"Hub", "hub", -1},
+    const struct {
+        const char *a, *b;
+        int expected;
+    } cases[] = {
+        {"usbDevice2", "usbDevice10", -1},
+        {"usbDevice10", "usbDevice9", 1},
+        {"usbDevice3", "usbDevice3", 0},
+        {"usbDevice", "usbDevice0", -1},
+        {"a2b10", "a2b9", 1},
+        {"a01", "a1", 1},
+        {"abc", "abd", -1},
+        {"", "", 0},
+        {"9", "10", -1},
+        {"x99999999999999999999", "x100000000000000000000", -1},
+        {"Hub", "hub", -1},
     };
     auto sign = [](int v) { return (v > 0) - (v < 0); };
     for (const auto& c : cases) {
@@ -91,17 +102,24 @@ TEST(TvkError, XmlHasAttributesInFixedOrderTheLatestReferenceAndBothWritersAgree
     XmlObject x(e.GetXml());
     EXPECT_EQ(x.name, "error");
     EXPECT_EQ(x.value, message + ": " + detail);
-    for (const auto& a : {std::pair<std::string, std::string>{"errorCode", "TvkError"}, {"key", message},
-                          {"detail", detail}, {"extra", "<e>"}, {"reference", "A&B, <C>"}})
+    for (const auto& a : {std::pair<std::string, std::string>{"errorCode", "TvkError"},
+                          {"key", message},
+                          {"detail", detail},
+                          {"extra", "<e>"},
+                          {"reference", "A&B, <C>"}})
         EXPECT_EQ(x.GetAttributeValue(a.first), a.second) << a.first;
 
     // The direct writer and the tree agree, also where a NUL cuts the text or only the
     // detail is there, and for texts that outgrow the writer's own buffer more than once.
     std::string controls;
     for (char c = 1; c < 32; ++c) controls += c;
-    const std::pair<std::string, std::string> texts[] = {
-        {message, detail}, {"", "d"}, {"", ""}, {std::string("ab\0c", 4), "d"}, {std::string("\0", 1), "d"},
-        {std::string(200, 'm') + "<&>", std::string(90, '"')}, {controls + std::string(3000, '&'), controls}};
+    const std::pair<std::string, std::string> texts[] = {{message, detail},
+                                                         {"", "d"},
+                                                         {"", ""},
+                                                         {std::string("ab\0c", 4), "d"},
+                                                         {std::string("\0", 1), "d"},
+                                                         {std::string(200, 'm') + "<&>", std::string(90, '"')},
+                                                         {controls + std::string(3000, '&'), controls}};
     auto tree = [](const TvkWarning& w) { return w.GetXmlObject().GetXmlString(); };
     EXPECT_EQ(tree(e), e.GetXml());
     for (const auto& t : texts) {
@@ -119,9 +137,8 @@ TEST(XmlObject, ParseKeepsAttributeOrderTextAndChildrenAndWritesCompactly) {
     EXPECT_EQ(x.GetAttributeValue("mid"), "<A\"\n");
     EXPECT_EQ(x.value, "headx&<y>&");
     // Text is written before the children, with no indentation.
-    EXPECT_EQ(x.GetXmlString(),
-              "<cmd zeta=\"1\" alpha=\"2\" mid=\"&lt;A&quot;&#10;\">headx&amp;&lt;y&gt;&amp;<a/>"
-              "<b k=\"v\">inner</b></cmd>");
+    EXPECT_EQ(x.GetXmlString(), "<cmd zeta=\"1\" alpha=\"2\" mid=\"&lt;A&quot;&#10;\">headx&amp;&lt;y&gt;&amp;<a/>"
+                                "<b k=\"v\">inner</b></cmd>");
     x.SetAttribute("alpha", "new");  // replaced where it stands
     x.SetAttribute("n", static_cast<const char*>(nullptr));
     x.RemoveAttribute("zeta");
@@ -227,9 +244,12 @@ TEST(XmlObject, WrittenElementsAreAppendedAsTheirParseWouldWriteThem) {
 
 TEST(XmlObject, MalformedTextGivesExactError) {
     const std::pair<const char*, const char*> cases[] = {
-        {"", "No document element found at offset 0"}, {"  ", "No document element found at offset 2"},
-        {"junk", "No document element found at offset 4"}, {"<a>", "Start-end tags mismatch at offset 2"},
-        {"<a", "Error parsing start element tag at offset 1"}, {"<a><b></a>", "Start-end tags mismatch at offset 8"},
+        {"", "No document element found at offset 0"},
+        {"  ", "No document element found at offset 2"},
+        {"junk", "No document element found at offset 4"},
+        {"<a>", "Start-end tags mismatch at offset 2"},
+        {"<a", "Error parsing start element tag at offset 1"},
+        {"<a><b></a>", "Start-end tags mismatch at offset 8"},
         {"<a x='1></a>", "Error parsing element attribute at offset 6"},
     };
     for (const auto& c : cases) {

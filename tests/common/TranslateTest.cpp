@@ -68,12 +68,33 @@ TEST_F(Translator, BuildCatalogueGivesGermanForEveryFrameworkText) {
     EXPECT_EQ(Translate("Ran on CPU "), "Ausgeführt auf CPU ");
     EXPECT_EQ(Translate("Some text nobody translated"), "Some text nobody translated");
     EXPECT_EQ(Translate(""), "") << "not the catalogue's header";
-    for (const char* text :
-         {"Building Catalog", "Device Discovery Started", "Device Discovered", "Test Started", "passed", "failed",
-          "canceled", "blocked", "running", "waitingForPrompt", "Diagnosis Started", "Diagnosis Finished", "Retries",
-          "Number of retries if test fails", "Parameter outside acceptable range", "try", "Test Prompts User",
-          "Super LED Test", "Select the device that its LED is blinking", "Keyboard", "Hard Drive", "Floppy Drive",
-          "Green Power LED", "Combo Drive", "Uninitialized Test Component", "Device not found", "Test not found"})
+    for (const char* text : {"Building Catalog",
+                             "Device Discovery Started",
+                             "Device Discovered",
+                             "Test Started",
+                             "passed",
+                             "failed",
+                             "canceled",
+                             "blocked",
+                             "running",
+                             "waitingForPrompt",
+                             "Diagnosis Started",
+                             "Diagnosis Finished",
+                             "Retries",
+                             "Number of retries if test fails",
+                             "Parameter outside acceptable range",
+                             "try",
+                             "Test Prompts User",
+                             "Super LED Test",
+                             "Select the device that its LED is blinking",
+                             "Keyboard",
+                             "Hard Drive",
+                             "Floppy Drive",
+                             "Green Power LED",
+                             "Combo Drive",
+                             "Uninitialized Test Component",
+                             "Device not found",
+                             "Test not found"})
         EXPECT_NE(text, Translate(text)) << text;
     TranslatorInitialize("de");  // the locale folder beside the program
     TranslatorAddCatalog("zorbus");
@@ -90,9 +111,12 @@ TEST_F(Translator, TerritoryFirstFirstCatalogueWinsDamagedOnesAreIgnored) {
     EXPECT_EQ("Hallo", Translate("Hello"));  // catalogues asked for earlier are reloaded
 
     // Big-endian, with a header, a plural and a context entry, none of them plain texts.
-    WriteCatalog("xx", "fine", MakeMo({{"", "Content-Type: text/plain; charset=UTF-8\n"}, {"World", "Erde"},
-                                       {std::string("file\0files", 10), std::string("Datei\0Dateien", 13)},
-                                       {"menu\x04Open", "Öffnen"}}, true));
+    WriteCatalog("xx", "fine",
+                 MakeMo({{"", "Content-Type: text/plain; charset=UTF-8\n"},
+                         {"World", "Erde"},
+                         {std::string("file\0files", 10), std::string("Datei\0Dateien", 13)},
+                         {"menu\x04Open", "Öffnen"}},
+                        true));
     const std::string good = MakeMo({{"Hello", "Hallo"}, {"World", "Welt"}});
     std::string badMagic = good, badRevision = good, badOffset = good, hugeCount = good;
     badMagic[0] = 'X';
@@ -108,7 +132,8 @@ TEST_F(Translator, TerritoryFirstFirstCatalogueWinsDamagedOnesAreIgnored) {
         for (const char* name : {"first", "fine", "first"}) TranslatorAddCatalog(name);
         // Nothing of a broken one survives.
         EXPECT_EQ(Translate("Hello") + Translate("World") + Translate("file") + Translate("Open") + Translate(""),
-                  first == good ? "HalloWeltfileOpen" : "HelloErdefileOpen") << testing::PrintToString(first);
+                  first == good ? "HalloWeltfileOpen" : "HelloErdefileOpen")
+            << testing::PrintToString(first);
     }
 }
 

@@ -12,7 +12,9 @@ namespace {
 struct ModelDevice : Device {
     std::string failIn;  // "Initialize" or "DoID"
     explicit ModelDevice(const std::string& name = "", bool makeUnique = true) : Device(name, makeUnique) {}
-    void Initialize() override { if (failIn == "Initialize") throw TvkError("cannot start", "", ""); }
+    void Initialize() override {
+        if (failIn == "Initialize") throw TvkError("cannot start", "", "");
+    }
     void DoID(XmlObject& xml, bool catalog) override {
         if (failIn == "DoID") throw TvkError("broken", "detail", "");
         xml.AddObject(XmlObject(catalog ? "<template/>" : "<real/>"));
@@ -95,9 +97,9 @@ TEST_F(DeviceModel, DeviceElementLogLineAndAFaultyDeviceKeepsItsErrorInsideItsEl
     d->failIn = "";
     d->ID(false);
     const std::string discovered = "<diagEvent component=\"libzorbus.so\" caption=\"Device Discovered\" description=";
-    EXPECT_EQ(host.events, (std::vector<std::string>{discovered + "\"USB Device 1 - Mass storage\"/>",
-                                                     discovered + "\"usbDevice0 - Storage\"/>",
-                                                     discovered + "\"Device\"/>"}));
+    EXPECT_EQ(host.events,
+              (std::vector<std::string>{discovered + "\"USB Device 1 - Mass storage\"/>",
+                                        discovered + "\"usbDevice0 - Storage\"/>", discovered + "\"Device\"/>"}));
 
     // One faulty device must not spoil a whole catalogue or discovery, and sends no event.
     host.Reset();
@@ -174,7 +176,7 @@ TEST_F(DeviceModel, TestsListCopiesAndTheStoredForm) {
 }
 
 TEST(WriteDirectory, DecidedOnceFromTheEnvironment) {
-    const std::pair<const char*, const char*> cases[] = {{nullptr, "."}, {"", "."}, {"/tmp", "/tmp"},
+    const std::pair<const char*, const char*> cases[] = {{nullptr, "."},    {"", "."},           {"/tmp", "/tmp"},
                                                          {"/tmp/", "/tmp"}, {"/tmp//", "/tmp/"}, {"/no/such", "."}};
     for (const auto& c : cases) {
         TestComponent::diagsWriteDirectory.clear();

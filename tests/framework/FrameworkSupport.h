@@ -56,9 +56,9 @@ inline char* RecordEvent(const char* xml) {
     return reply.empty() ? nullptr : stringdup(reply.c_str());
 }
 
-#define FW_PERSISTENT(T)                                                                       \
+#define FW_PERSISTENT(T)                                                                        \
     void CopyFromPointer(const Persistent* other) override { PersistentCopyFrom(this, other); } \
-    const char* GetRealClassName() const override { return #T; }                               \
+    const char* GetRealClassName() const override { return #T; }                                \
     Persistent* CreateCopy() const override { return new T(*this); }
 
 struct RecordingComponent : TestComponent {
@@ -86,7 +86,9 @@ struct ScriptedTest : Test {
     StringParameter mode;  // in the list only where a test adds it
     explicit ScriptedTest(const std::string& name = "", Device* device = nullptr) : Test(name, device) {}
     bool LocksDevice() override { return locks; }
-    void SetParameters() override { if (onSetParameters) onSetParameters(*this); }
+    void SetParameters() override {
+        if (onSetParameters) onSetParameters(*this);
+    }
     void DoCleanup(const XmlObject&) override { ++cleanups; }
     bool DoRun(const XmlObject& command) override {
         lastTryAttribute = command.GetAttributeValue("currentTry");
@@ -98,7 +100,9 @@ struct ScriptedTest : Test {
 struct ScriptedDiagnosis : Diagnosis {
     std::function<void(ScriptedDiagnosis&, XmlObject&)> body;
     explicit ScriptedDiagnosis(const std::string& name = "", Device* device = nullptr) : Diagnosis(name, device) {}
-    void DoRun(XmlObject&, XmlObject& result) override { if (body) body(*this, result); }
+    void DoRun(XmlObject&, XmlObject& result) override {
+        if (body) body(*this, result);
+    }
     FW_PERSISTENT(ScriptedDiagnosis)
 };
 

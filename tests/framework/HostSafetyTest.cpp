@@ -27,8 +27,8 @@ std::string Invalid(const std::string& name) {
 }
 
 std::string TooLarge(const std::string& detail) {
-    return "<error errorCode=\"TvkError\" key=\"Command too large\" detail=\"" + detail + "\">Command too large: " +
-           detail + "</error>";
+    return "<error errorCode=\"TvkError\" key=\"Command too large\" detail=\"" + detail +
+           "\">Command too large: " + detail + "</error>";
 }
 
 // `name` with `levels` elements nested inside it, the innermost `inner`.

@@ -34,7 +34,7 @@ TEST_F(FrameworkTest, PromptCarriesTheTestAndTheTryAndReturnsTheAnswer) {
     EXPECT_EQ(states, (std::vector<std::string>{"waitingForPrompt", "waitingForPrompt"}));
     EXPECT_EQ(test->currentState, "passed");
     EXPECT_EQ(lines, (std::vector<std::string>{"Dev Caption - Test Caption;Plug",
-                                                "Dev Caption - Test Caption;Plug (try #2)"}));
+                                               "Dev Caption - Test Caption;Plug (try #2)"}));
     std::vector<XmlObject> prompts = host.Events("diagPrompt");
     ASSERT_EQ(prompts.size(), 2u);
     // Empty buttons close the gap: "No" is the second option.

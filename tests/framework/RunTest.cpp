@@ -27,12 +27,12 @@ TEST_F(FrameworkTest, PassingRunSendsItsEventsInOrderAndAResult) {
                                         "description=\"Dev Caption - Test Caption\"/>");
     EXPECT_EQ(events[1].GetXmlString(), "<diagUpdate device=\"dev0\" test=\"t1\" percentComplete=\"0\" "
                                         "currentState=\"running\" loop=\"4\" recordNum=\"9\" OperationCaption=\"\"/>");
-    EXPECT_TRUE(HasAttributes(events[2], {{"percentComplete", "33"}, {"currentState", "running"},
-                                          {"OperationCaption", ""}}));
-    EXPECT_TRUE(HasAttributes(events[3], {{"percentComplete", "33"}, {"currentState", "running"},
-                                          {"OperationCaption", "Step A"}}));
-    EXPECT_TRUE(HasAttributes(events[4], {{"percentComplete", "100"}, {"currentState", "passed"},
-                                          {"OperationCaption", "Step A"}}));
+    EXPECT_TRUE(
+        HasAttributes(events[2], {{"percentComplete", "33"}, {"currentState", "running"}, {"OperationCaption", ""}}));
+    EXPECT_TRUE(HasAttributes(
+        events[3], {{"percentComplete", "33"}, {"currentState", "running"}, {"OperationCaption", "Step A"}}));
+    EXPECT_TRUE(HasAttributes(
+        events[4], {{"percentComplete", "100"}, {"currentState", "passed"}, {"OperationCaption", "Step A"}}));
     EXPECT_TRUE(HasAttributes(events[5], {{"caption", "Test passed"}, {"description", "Dev Caption - Test Caption;"}}));
     EXPECT_EQ(AttributeNames(result),
               "device test percentComplete currentState loop recordNum OperationCaption testTime");
@@ -50,9 +50,18 @@ TEST_F(FrameworkTest, PassingRunSendsItsEventsInOrderAndAResult) {
 }
 
 TEST_F(FrameworkTest, RetriesAttributeDecidesTheNumberOfTries) {
-    struct { const char* attributes; bool romTest; int tries; } cases[] = {
-        {"", false, 2}, {"retries=\"0\"", false, 1}, {"retries=\"5\"", false, 6}, {"retries=\"6\"", false, 0},
-        {"retries=\"x\"", false, 2}, {"retries=\"-3\"", false, 2}, {"retries=\"9\"", true, 1},
+    struct {
+        const char* attributes;
+        bool romTest;
+        int tries;
+    } cases[] = {
+        {"", false, 2},
+        {"retries=\"0\"", false, 1},
+        {"retries=\"5\"", false, 6},
+        {"retries=\"6\"", false, 0},
+        {"retries=\"x\"", false, 2},
+        {"retries=\"-3\"", false, 2},
+        {"retries=\"9\"", true, 1},
     };
     for (const auto& c : cases) {
         ScriptedTest* test = AddTest("t1");
@@ -102,8 +111,8 @@ TEST_F(FrameworkTest, EveryKindOfFailureBecomesTheErrorChild) {
         std::vector<XmlObject*> errors = result.FindObjects("error");
         ASSERT_EQ(errors.size(), 1u);
         // A FrontendError of the last try arrives as a plain TvkError.
-        EXPECT_TRUE(HasAttributes(*errors[0], {{"errorCode", "TvkError"}, {"key", c.key}, {"detail", c.detail},
-                                               {"reference", c.reference}}));
+        EXPECT_TRUE(HasAttributes(
+            *errors[0], {{"errorCode", "TvkError"}, {"key", c.key}, {"detail", c.detail}, {"reference", c.reference}}));
         EXPECT_EQ(errors[0]->value,
                   "Dev Desc, " + c.key + ": " + c.detail + ", Ran on CPU " + std::to_string(test->cpu));
     }
@@ -136,7 +145,10 @@ TEST_F(FrameworkTest, LockedDeviceBlocksCancelStopsBetweenTriesAndTheLockIsAlway
     device->locked = false;
     test->locks = true;
     bool lockedDuringTry = false;
-    test->body = [&](ScriptedTest&, int) -> bool { lockedDuringTry = device->locked; throw std::runtime_error("x"); };
+    test->body = [&](ScriptedTest&, int) -> bool {
+        lockedDuringTry = device->locked;
+        throw std::runtime_error("x");
+    };
     RunTest("t1");
     EXPECT_TRUE(lockedDuringTry);
     EXPECT_FALSE(device->locked);
@@ -153,7 +165,7 @@ TEST_F(FrameworkTest, LockedDeviceBlocksCancelStopsBetweenTriesAndTheLockIsAlway
     EXPECT_EQ(ErrorKey(result), "none");
     EXPECT_EQ(test->tries, 1);
     EXPECT_EQ(test->cleanups, 1);
-    EXPECT_EQ(host.Events("diagUpdate").size(), 1u);  // Begin's only
+    EXPECT_EQ(host.Events("diagUpdate").size(), 1u);                                    // Begin's only
     test->body = [&](ScriptedTest&, int) { return device->CancelTest(cancel), true; };  // overrides a pass
     EXPECT_EQ(RunTest("t1").GetAttributeValue("currentState"), "canceled");
     EXPECT_FALSE(device->locked);
@@ -207,7 +219,8 @@ XmlObject runDiagnoses(Device* device) {
 TEST_F(FrameworkTest, DeviceRunsAllDiagnosesWithTheirElementsAndPercentEvents) {
     XmlObject none = runDiagnoses(device);  // sends no event
     EXPECT_EQ(none.GetXmlString(), "<diagnosisResult device=\"dev0\" caption=\"Device Diagnosis for Dev Caption\" "
-                                   "currentState=\"passed\" testTime=\"" + none.GetAttributeValue("testTime") + "\"/>");
+                                   "currentState=\"passed\" testTime=\"" +
+                                       none.GetAttributeValue("testTime") + "\"/>");
     EXPECT_TRUE(host.events.empty());
 
     FakeDevice other("dev9");
@@ -261,7 +274,8 @@ TEST_F(FrameworkTest, DiagnosisRunTurnsEveryFailureIntoAnErrorChild) {
         {[](ScriptedDiagnosis& d, XmlObject& r) {
              d.AddError(r, "bad", "worse");
              r.SetAttribute("currentState", d.errorAdded ? "failed" : "passed");
-         }, "bad", "worse", "FakeClass, d"},
+         },
+         "bad", "worse", "FakeClass, d"},
         {nullptr, "Device not found", "", frontEnd},  // a diagnosis without a device; its detail is not fixed
     };
     XmlObject command("<runDiagnosis device=\"spelled\" component=\"c.so\"/>");
@@ -397,11 +411,21 @@ TEST_F(FrameworkTest, ACopiedTestsListNamesItsOwnParameters) {
 TEST(NumericParameter, ExpressionResults) {
     NumericParameter<int> p = bounded(1, 8);
     const std::pair<const char*, int> examples[] = {
-        {"2*(3+4)-1", 13}, {"2+3*4", 14}, {"2*3+4", 10}, {"8/2/2", 2}, {"MAX-1", 7}, {"((1+2)*3)", 9},
-        {"1K+1", 1025}, {"0x10*2", 32}, {"2M", 2097152}, {"10-2-3", 11}, {"10-2+3", 5}, {"(1))", 1}, {"()", 0},
-        {"0X10", 0}, {"12abc", 12}, {"010", 10}, {"0x10K", 0}, {"2G", INT_MIN}, {"4G", 0}, {"1 + 2 * 3", 7},
-        {"   ", 0}, {"MIN*MAX", 8}, {"max", 0}, {"3*-2", -2}, {"(7)/(0-2)", -3}, {"2147483647+1", INT_MIN},
-        {"65536*65536", 0}, {"2G/(0-1)", INT_MIN}, {"2G-1", INT_MAX}, {"(1+(2*(3+4)))*2", 30},
+        {"2*(3+4)-1", 13},  {"2+3*4", 14},
+        {"2*3+4", 10},      {"8/2/2", 2},
+        {"MAX-1", 7},       {"((1+2)*3)", 9},
+        {"1K+1", 1025},     {"0x10*2", 32},
+        {"2M", 2097152},    {"10-2-3", 11},
+        {"10-2+3", 5},      {"(1))", 1},
+        {"()", 0},          {"0X10", 0},
+        {"12abc", 12},      {"010", 10},
+        {"0x10K", 0},       {"2G", INT_MIN},
+        {"4G", 0},          {"1 + 2 * 3", 7},
+        {"   ", 0},         {"MIN*MAX", 8},
+        {"max", 0},         {"3*-2", -2},
+        {"(7)/(0-2)", -3},  {"2147483647+1", INT_MIN},
+        {"65536*65536", 0}, {"2G/(0-1)", INT_MIN},
+        {"2G-1", INT_MAX},  {"(1+(2*(3+4)))*2", 30},
     };
     for (const auto& e : examples) EXPECT_EQ(p.CalculateFromString(e.first), e.second) << e.first;
     // Deep parentheses are refused before they exhaust the stack; long sums are fine.

@@ -33,8 +33,8 @@ inline size_t Count(const std::string& text, const std::string& needle) {
 }
 
 // Each part occurs in `text`.
-#define EXPECT_HAS(text, ...)                                                         \
-    for (const std::string& part_ : std::vector<std::string>{__VA_ARGS__})            \
+#define EXPECT_HAS(text, ...)                                              \
+    for (const std::string& part_ : std::vector<std::string>{__VA_ARGS__}) \
     EXPECT_NE((text).find(part_), std::string::npos) << "no \"" << part_ << "\" in:\n" << (text)
 
 // A fresh folder, removed when the test program ends.
@@ -144,9 +144,10 @@ inline HostRun RunHost(const Args& args, const std::string& machine = "", const 
                        std::string folder = "") {
     const std::string output = TemporaryFolder();
     if (folder.empty()) folder = machine.empty() ? output : machine + "/run";
-    const int status = std::system(("cd " + Quoted(folder) + " && " +
-                                    HostCommand(args, machine, "timeout -s KILL 60 " + prefix) + " </dev/null >" +
-                                    Quoted(output + "/out") + " 2>" + Quoted(output + "/err")).c_str());
+    const int status =
+        std::system(("cd " + Quoted(folder) + " && " + HostCommand(args, machine, "timeout -s KILL 60 " + prefix) +
+                     " </dev/null >" + Quoted(output + "/out") + " 2>" + Quoted(output + "/err"))
+                        .c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(output + "/out"), ReadFile(output + "/err")};
 }
 

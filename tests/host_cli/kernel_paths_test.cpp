@@ -49,8 +49,11 @@ protected:
 TEST_F(KernelPaths, DevicesTextAndNodesStandWhereTheComponentReadsThem) {
     const HostRun run = Run({"id", "test", "usbDevice0", "rootHubTest", "test", "usbDevice2", "rootHubTest"});
     EXPECT_EQ(run.status, 0) << run.out << run.err;
-    EXPECT_EQ(run.out.find("kernel paths: /proc/bus/usb/devices <- " + machine + "/debug/usb/devices\n"
-                           "kernel paths: /proc/bus/usb/BBB <- " + machine + "/dev/bus/usb/BBB (2 buses)\n"), 0u)
+    EXPECT_EQ(run.out.find("kernel paths: /proc/bus/usb/devices <- " + machine +
+                           "/debug/usb/devices\n"
+                           "kernel paths: /proc/bus/usb/BBB <- " +
+                           machine + "/dev/bus/usb/BBB (2 buses)\n"),
+              0u)
         << run.out;
     EXPECT_HAS(run.out, "Discovered: 4 devices\n", "\nusbDevice2  USB Device 3  xHCI Host Controller\n",
                "\nusbDevice3  USB Device 4  SanDisk  Ultra Fit\n", "PASS rootHubTest on usbDevice0: passed",

@@ -14,9 +14,7 @@ protected:
 };
 
 // Text with every run of blanks and line ends as one blank.
-std::string Words(const std::string& text) {
-    return std::regex_replace(text, std::regex(R"(\s+)"), " ");
-}
+std::string Words(const std::string& text) { return std::regex_replace(text, std::regex(R"(\s+)"), " "); }
 
 }  // namespace
 

@@ -74,8 +74,9 @@ protected:
     // `script` run by python on `file`: its output, or the reason it failed.
     static std::string Read(const char* script, const std::string& file) {
         const std::string out = TemporaryFolder() + "/out";
-        const int status = std::system((std::string(python) + " -c " + Quoted(script) + " " + Quoted(file) + " >" +
-                                        Quoted(out) + " 2>&1").c_str());
+        const int status = std::system(
+            (std::string(python) + " -c " + Quoted(script) + " " + Quoted(file) + " >" + Quoted(out) + " 2>&1")
+                .c_str());
         return (status == 0 ? "" : "python failed: ") + ReadFile(out);
     }
     // What `python3 -m json.tool` says of the file: empty when it reads it.
@@ -93,11 +94,12 @@ protected:
 
 TEST_F(Reports, EveryTestAndDiagnosisReachesJunitAndEveryCommandJson) {
     // A name that is no text: a control character and a byte that is no UTF-8, echoed in the error.
-    const std::string odd = "usb\x01" "Dev\xff" "ice";
-    const HostRun run = Run({"--serial", "SN-1", "--station", "line 3", "--operator", "Ann", "id", "test",
-                             "usbDevice0", "rootHubTest", "diagnose", "usbDevice0", "test", "usbDevice2",
-                             "UsbPortTest", "retries=0", "--answer=OK",
-                             "<runTest device=\"" + odd + "\" test=\"rootHubTest\"/>", "version"});
+    const std::string odd = "usb\x01"
+                            "Dev\xff"
+                            "ice";
+    const HostRun run = Run({"--serial", "SN-1", "--station", "line 3", "--operator", "Ann", "id", "test", "usbDevice0",
+                             "rootHubTest", "diagnose", "usbDevice0", "test", "usbDevice2", "UsbPortTest", "retries=0",
+                             "--answer=OK", "<runTest device=\"" + odd + "\" test=\"rootHubTest\"/>", "version"});
     EXPECT_EQ(run.status, 1) << run.err;
 
     EXPECT_EQ(Read(readJunit, junit),
@@ -112,13 +114,17 @@ TEST_F(Reports, EveryTestAndDiagnosisReachesJunitAndEveryCommandJson) {
               "  serial=SN-1 station=line 3 operator=Ann\n"
               "  usbDevice2 UsbPortTest timed=True: Failure: Device, Could not locate files: SSO.DAT, Ran on CPU N\n"
               "    out: Test Started: Device - USB Port Test\n"
-              "    out: Test Prompts User: Device - USB Port Test;" + install + "\n"
-              "    out: prompt: " + install + "\n"
-              "    out: answer: OK (--answer) after N s\n"
-              "    out: Test failed: Device - USB Port Test;\n"
-              "suite usb\uFFFDDev\uFFFDice tests=1 failures=1 skipped=0\n"
-              "  serial=SN-1 station=line 3 operator=Ann\n"
-              "  usb\uFFFDDev\uFFFDice rootHubTest timed=True: Failure: Device not found: usb\uFFFDDev\uFFFDice\n");
+              "    out: Test Prompts User: Device - USB Port Test;" +
+                  install +
+                  "\n"
+                  "    out: prompt: " +
+                  install +
+                  "\n"
+                  "    out: answer: OK (--answer) after N s\n"
+                  "    out: Test failed: Device - USB Port Test;\n"
+                  "suite usb\uFFFDDev\uFFFDice tests=1 failures=1 skipped=0\n"
+                  "  serial=SN-1 station=line 3 operator=Ann\n"
+                  "  usb\uFFFDDev\uFFFDice rootHubTest timed=True: Failure: Device not found: usb\uFFFDDev\uFFFDice\n");
 
     EXPECT_EQ(JsonTool(json), "");
     EXPECT_EQ(Read(readJson, json),
@@ -130,10 +136,14 @@ TEST_F(Reports, EveryTestAndDiagnosisReachesJunitAndEveryCommandJson) {
               "diagnose usbDevice0: passed error=None answer=<diagnosisResult events=0 times=True\n"
               "test usbDevice2 UsbPortTest retries=0: failed error=Device, Could not locate files: SSO.DAT, "
               "Ran on CPU N answer=<testResult events=6 times=True\n"
-              "  prompt " + install + " options=['OK'] answer=OK by=--answer timed=True\n"
-              "<runTest device=\"usb\x01" "Dev\uFFFDice\" test=\"rootHubTest\"/>: failed error=Device not found: "
-              "usb\x01" "Dev\uFFFDice answer=<testResult events=0 times=True\n"
-              "version: ok error=None answer=<diagVersion>8.6.0.3755A</diagVersion> events=0 times=True\n");
+              "  prompt " +
+                  install +
+                  " options=['OK'] answer=OK by=--answer timed=True\n"
+                  "<runTest device=\"usb\x01"
+                  "Dev\uFFFDice\" test=\"rootHubTest\"/>: failed error=Device not found: "
+                  "usb\x01"
+                  "Dev\uFFFDice answer=<testResult events=0 times=True\n"
+                  "version: ok error=None answer=<diagVersion>8.6.0.3755A</diagVersion> events=0 times=True\n");
 }
 
 TEST_F(Reports, ARunThatStopsAtAPromptLeavesBothReportsWithTheReason) {
@@ -148,8 +158,10 @@ TEST_F(Reports, ARunThatStopsAtAPromptLeavesBothReportsWithTheReason) {
     EXPECT_EQ(JsonTool(json), "");
     const std::string jsonText = Read(readJson, json);
     EXPECT_HAS(jsonText, "status=4 stopped=" + why + " program=", "test usbDevice0 rootHubTest: passed",
-               "test usbDevice2 UsbPortTest: stopped error=" + why + " answer=none events=4 times=True\n"
-               "  prompt " + install + " options=['OK'] answer=None by=none timed=True\n");
+               "test usbDevice2 UsbPortTest: stopped error=" + why +
+                   " answer=none events=4 times=True\n"
+                   "  prompt " +
+                   install + " options=['OK'] answer=None by=none timed=True\n");
 }
 
 TEST_F(Reports, AReportThatCannotBeWrittenIsAUsageErrorBeforeAnythingRuns) {

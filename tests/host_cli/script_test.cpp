@@ -11,8 +11,7 @@ namespace {
 
 const std::string install = "Install High Speed USB Flash Drives into all USB ports";
 const std::string hint = "(zorbus-host --help lists the commands and options)\n";
-const std::string sevenDevices =
-    "usbDevice0, usbDevice1, usbDevice2, usbDevice3, usbDevice4, usbDevice5, usbDevice6";
+const std::string sevenDevices = "usbDevice0, usbDevice1, usbDevice2, usbDevice3, usbDevice4, usbDevice5, usbDevice6";
 
 // The program on no machine at all: options, usage and loading.
 class HostCommandLine : public ::testing::Test {
@@ -75,14 +74,18 @@ TEST_F(HostCommandLine, HelpDocumentsEveryOptionStatusAndCommandAndEachOptionIsA
         args.push_back("--help");
         EXPECT_EQ(RunHost(args).status, 0) << (*it)[0];
     }
-    EXPECT_EQ(documented, (Args{"--library", "--component", "--state", "--language", "--debug", "--factory",
-                                "--diags-medium", "--xml", "--answer", "--prompt-timeout", "--serial", "--station",
-                                "--operator", "--verbose", "--kernel-paths", "--devices-source", "--usbfs-source",
-                                "--junit", "--json", "--version", "--help"}));
+    EXPECT_EQ(
+        documented,
+        (Args{"--library",      "--component", "--state",        "--language",       "--debug",        "--factory",
+              "--diags-medium", "--xml",       "--answer",       "--prompt-timeout", "--serial",       "--station",
+              "--operator",     "--verbose",   "--kernel-paths", "--devices-source", "--usbfs-source", "--junit",
+              "--json",         "--version",   "--help"}));
     for (int status = 0; status <= 8; ++status) EXPECT_HAS(help.out, "\n  " + std::to_string(status) + "  ");
     EXPECT_HAS(help.out, "catalog", "id", "test DEVICE TEST [NAME=VALUE...]", "run CLASS", "cancel DEVICE TEST",
-               "diagnose DEVICE", "version", "print what goes to and comes from the component as\n"
-               "                      JSON lines", "ZORBUS_SERIAL, ZORBUS_STATION, ZORBUS_OPERATOR", "NO_COLOR");
+               "diagnose DEVICE", "version",
+               "print what goes to and comes from the component as\n"
+               "                      JSON lines",
+               "ZORBUS_SERIAL, ZORBUS_STATION, ZORBUS_OPERATOR", "NO_COLOR");
 }
 
 TEST_F(HostCommandLine, UsageErrorsExitTwoAndComponentsThatCannotBeLoadedThree) {
@@ -196,14 +199,15 @@ TEST_F(HostProgram, TestsShowLogProgressAndAMarkedResultAndTheWorstOutcomeDecide
     const HostRun pass = Run({"test", "usbDevice0", "rootHubTest"});
     ASSERT_EQ(pass.status, 0) << pass.err;
     EXPECT_EQ(pass.out.find("discovering first: test usbDevice0 rootHubTest needs this run's devices\n"
-                            "log: Device Discovery Started\n"), 0u) << pass.out;
+                            "log: Device Discovery Started\n"),
+              0u)
+        << pass.out;
     EXPECT_HAS(pass.out, "\nDiscovered: 7 devices: " + sevenDevices + "\n");
-    EXPECT_EQ(Excerpt(pass.out, "log: Test Started", " in 00:00:"),
-              "log: Test Started: Device - Root Hub Detect Test\n"
-              "progress: 0% rootHubTest on usbDevice0: running\n"
-              "progress: 100% rootHubTest on usbDevice0: passed\n"
-              "log: Test passed: Device - Root Hub Detect Test;\n"
-              "PASS rootHubTest on usbDevice0: passed");
+    EXPECT_EQ(Excerpt(pass.out, "log: Test Started", " in 00:00:"), "log: Test Started: Device - Root Hub Detect Test\n"
+                                                                    "progress: 0% rootHubTest on usbDevice0: running\n"
+                                                                    "progress: 100% rootHubTest on usbDevice0: passed\n"
+                                                                    "log: Test passed: Device - Root Hub Detect Test;\n"
+                                                                    "PASS rootHubTest on usbDevice0: passed");
     EXPECT_EQ(pass.out.find('\r'), std::string::npos) << "no bar drawn in place off a terminal";
     EXPECT_EQ(pass.out.find('\033'), std::string::npos) << "no colour off a terminal";
     EXPECT_EQ(pass.out.find("Summary:"), std::string::npos) << "one test needs no summary";
@@ -227,8 +231,8 @@ TEST_F(HostProgram, NamesAndValuesAreCheckedAgainstDiscoveryBeforeAnyTestIsSent)
         Args args;
         std::string error;
     } cases[] = {
-        {{"test", "usbDevice9", "rootHubTest"}, "no device usbDevice9: discovery found " + sevenDevices +
-                                                    " (zorbus-host id lists them)"},
+        {{"test", "usbDevice9", "rootHubTest"},
+         "no device usbDevice9: discovery found " + sevenDevices + " (zorbus-host id lists them)"},
         {{"test", "usbDevice0", "noSuchTest"},
          "usbDevice0 offers no test noSuchTest (it offers rootHubTest, FileWriteCompareTest, UsbPortTest)"},
         {{"test", "usbDevice1", "rootHubTest"}, "usbDevice1 offers no tests, so none named rootHubTest"},
@@ -246,8 +250,8 @@ TEST_F(HostProgram, NamesAndValuesAreCheckedAgainstDiscoveryBeforeAnyTestIsSent)
          "numUSBdrives takes a whole number from 1 to 32, not '0'"},
         {{"test", "usbDevice2", "UsbPortTest", "numUSBdrives=two"},
          "numUSBdrives takes a whole number from 1 to 32, not 'two'"},
-        {{"diagnose", "usbDevice9"}, "no device usbDevice9: discovery found " + sevenDevices +
-                                         " (zorbus-host id lists them)"},
+        {{"diagnose", "usbDevice9"},
+         "no device usbDevice9: discovery found " + sevenDevices + " (zorbus-host id lists them)"},
         {{"cancel", "usbDevice0", "speedTest"},
          "usbDevice0 offers no test speedTest (it offers rootHubTest, FileWriteCompareTest, UsbPortTest)"},
         // A good test first: the bad one behind it is found before the first is sent.
@@ -342,8 +346,10 @@ TEST_F(HostProgram, StateFileIsRestoredOrRefusedAndAFailedSaveLeavesTheOldOne) {
     std::ofstream(notes) << "my notes\n";
     const HostRun refused = Run({"--state", notes, "id"});
     EXPECT_EQ(refused.status, 2);
-    EXPECT_EQ(refused.err, "zorbus-host: --state " + notes + " is not a state file of this component; it is left "
-                           "as it is\n" + hint);
+    EXPECT_EQ(refused.err, "zorbus-host: --state " + notes +
+                               " is not a state file of this component; it is left "
+                               "as it is\n" +
+                               hint);
     EXPECT_EQ(refused.out, "");
     EXPECT_EQ(ReadFile(notes), "my notes\n");
 
@@ -357,8 +363,9 @@ TEST_F(HostProgram, StateFileIsRestoredOrRefusedAndAFailedSaveLeavesTheOldOne) {
     // The program does not know the restored devices: the component's answer tells an unknown one.
     const HostRun unknown = Run({"--state", state, "test", "usbDevice77", "rootHubTest"});
     EXPECT_EQ(unknown.status, 2);
-    EXPECT_HAS(unknown.err, "zorbus-host: the restored state " + state + " has no device usbDevice77 with a test "
-                            "rootHubTest\n");
+    EXPECT_HAS(unknown.err, "zorbus-host: the restored state " + state +
+                                " has no device usbDevice77 with a test "
+                                "rootHubTest\n");
     // Values are still checked against the catalogue before anything is sent.
     const HostRun value = Run({"--state", state, "test", "usbDevice2", "rootHubTest", "retries=7"});
     EXPECT_EQ(value.status, 2);
@@ -367,17 +374,18 @@ TEST_F(HostProgram, StateFileIsRestoredOrRefusedAndAFailedSaveLeavesTheOldOne) {
     const HostRun batch = Run({"--state", state, "run", "quick"});
     EXPECT_EQ(batch.status, 2);
     EXPECT_HAS(batch.err, "run quick needs the devices, and those of the restored state " + state +
-                          " are not known to the program: put id before it");
+                              " are not known to the program: put id before it");
 
     // A save that fails half-way (a file size limit of 4 KiB) says why and leaves the old file whole.
     const std::string before = ReadFile(state);
     ASSERT_GT(before.size(), 4096u);
-    const HostRun full = Run({"--state", state, "test", "usbDevice2", "rootHubTest"},
-                             "sh -c 'ulimit -f 8 && exec \"$0\" \"$@\"' ");
+    const HostRun full =
+        Run({"--state", state, "test", "usbDevice2", "rootHubTest"}, "sh -c 'ulimit -f 8 && exec \"$0\" \"$@\"' ");
     EXPECT_EQ(full.status, 8) << full.err;
     EXPECT_HAS(full.out, "PASS rootHubTest on usbDevice2: passed");
-    EXPECT_EQ(full.err, "zorbus-host: cannot save the state in " + state + " (writing: File too large); the file "
-                        "is left as it was\n");
+    EXPECT_EQ(full.err, "zorbus-host: cannot save the state in " + state +
+                            " (writing: File too large); the file "
+                            "is left as it was\n");
     EXPECT_EQ(ReadFile(state), before);
     // Nothing is left beside it.
     size_t files = 0;
@@ -388,8 +396,9 @@ TEST_F(HostProgram, StateFileIsRestoredOrRefusedAndAFailedSaveLeavesTheOldOne) {
 TEST_F(HostProgram, GermanTranslatesTheProgramsOwnWordsAndAnUnknownLanguageWarns) {
     const HostRun german = Run({"--language", "de", "catalog", "id", "test", "usbDevice0", "rootHubTest"});
     ASSERT_EQ(german.status, 0) << german.err;
-    EXPECT_HAS(german.out, "Katalog: 1 Gerät\nGERÄT      NAME       BESCHREIBUNG\n"
-                           "usbDevice  USB-Gerät  USB-Gerät\n",
+    EXPECT_HAS(german.out,
+               "Katalog: 1 Gerät\nGERÄT      NAME       BESCHREIBUNG\n"
+               "usbDevice  USB-Gerät  USB-Gerät\n",
                "Test rootHubTest: Root-Hub-Erkennungstest - ", "retries=1  Wiederholungen (int 0..5)",
                "log: Geräteerkennung gestartet\n", "Erkannt: 7 Geräte\n", "Tests: Liste A unten (",
                "OK rootHubTest auf usbDevice0: bestanden in 00:00:");
@@ -433,7 +442,9 @@ for line in open(sys.argv[1], encoding="utf-8"):
         << raw.out;
     const std::string kinds = ReadFile(read);
     EXPECT_EQ(kinds.find("start program=zorbus-host 8.6.0 component=libzorbus.so serial=SN-1 station=S7 operator=Ann\n"
-                         "command id 0\nevent diagEvent 0\n"), 0u) << kinds;
+                         "command id 0\nevent diagEvent 0\n"),
+              0u)
+        << kinds;
     EXPECT_HAS(kinds, "\nanswer idResult 0\ncommand runTest 0\nevent diagEvent 0\nevent diagUpdate 0\n",
                "\nevent diagPrompt 0\nreply diagPromptResponse 0\n", "\nanswer testResult 0\nend status=1\n");
     EXPECT_HAS(raw.out, "{\"kind\": \"reply\", \"xml\": \"<diagPromptResponse value=\\\"0\\\"/>\"}\n");
@@ -443,22 +454,28 @@ for line in open(sys.argv[1], encoding="utf-8"):
 
 // The USB port test asks for flash drives before it looks; on the example's UHCI controller it then fails.
 TEST_F(HostProgram, PromptsAreAnsweredFromAnswerOptionsInOrderOrTheRunStops) {
-    const HostRun run = Run({"--serial", "SN-1", "id", "test", "usbDevice2", "UsbPortTest", "--answer=ok", "--answer",
-                             "1"});
+    const HostRun run =
+        Run({"--serial", "SN-1", "id", "test", "usbDevice2", "UsbPortTest", "--answer=ok", "--answer", "1"});
     EXPECT_EQ(run.status, 1) << run.err;
     EXPECT_EQ(run.out.find("serial: SN-1\n"), 0u) << run.out;
-    EXPECT_EQ(Excerpt(run.out, "log: Test Started", "\nFAIL "),
-              "log: Test Started: Device - USB Port Test\n"
-              "progress: 0% UsbPortTest on usbDevice2: running\n"
-              "log: Test Prompts User: Device - USB Port Test;" + install + "\n"
-              "log: Test Prompts User: Device - USB Port Test;" + install + " (try #2)\n"
-              "progress: FAIL UsbPortTest on usbDevice2: failed\n"
-              "log: Test failed: Device - USB Port Test;");
+    EXPECT_EQ(Excerpt(run.out, "log: Test Started", "\nFAIL "), "log: Test Started: Device - USB Port Test\n"
+                                                                "progress: 0% UsbPortTest on usbDevice2: running\n"
+                                                                "log: Test Prompts User: Device - USB Port Test;" +
+                                                                    install +
+                                                                    "\n"
+                                                                    "log: Test Prompts User: Device - USB Port Test;" +
+                                                                    install +
+                                                                    " (try #2)\n"
+                                                                    "progress: FAIL UsbPortTest on usbDevice2: failed\n"
+                                                                    "log: Test failed: Device - USB Port Test;");
     // Without a terminal the questions go to standard error, never to standard output.
-    EXPECT_EQ(run.err, "prompt (UsbPortTest on usbDevice2): " + install + "\n  1) OK\n"
-                       "answer: ok (from --answer)\n"
-                       "prompt (UsbPortTest on usbDevice2): " + install + " (try #2)\n  1) OK\n"
-                       "answer: 1 (from --answer)\n");
+    EXPECT_EQ(run.err, "prompt (UsbPortTest on usbDevice2): " + install +
+                           "\n  1) OK\n"
+                           "answer: ok (from --answer)\n"
+                           "prompt (UsbPortTest on usbDevice2): " +
+                           install +
+                           " (try #2)\n  1) OK\n"
+                           "answer: 1 (from --answer)\n");
 
     // Standard input is no terminal: no answer left stops the run instead of hanging.
     const HostRun none = Run({"id", "test", "usbDevice2", "UsbPortTest"});

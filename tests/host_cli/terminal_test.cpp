@@ -36,7 +36,10 @@ protected:
     std::string Tmux(const std::string& arguments) const {
         const std::string out = machine + "/tmux.out";
         return std::system(("tmux -L zorbus-" + std::to_string(getpid()) + "-" + std::to_string(sessions) + " " +
-                            arguments + " >" + Quoted(out) + " 2>&1").c_str()) == 0 ? ReadFile(out) : "";
+                            arguments + " >" + Quoted(out) + " 2>&1")
+                               .c_str()) == 0
+                   ? ReadFile(out)
+                   : "";
     }
     // The shell ignores Ctrl-C, so that it reaches the program alone, and shows the exit status.
     void Start(Args args, const Session& session = Session()) {
@@ -77,9 +80,11 @@ std::string TrailingBlanksRemoved(const std::string& text) {
 TEST_F(Terminal, ProgressBarIsDrawnInPlaceAndTheResultMarkedInColour) {
     Start({"test", "usbDevice0", "rootHubTest"});
     const std::string screen = WaitFor("EXIT=");
-    EXPECT_HAS(screen, "[##############################] 100% rootHubTest on usbDevice0: passed\n"
-                       "log: Test passed: Device - Root Hub Detect Test;\n"
-                       "PASS rootHubTest on usbDevice0: passed in 00:00:", "EXIT=0");
+    EXPECT_HAS(screen,
+               "[##############################] 100% rootHubTest on usbDevice0: passed\n"
+               "log: Test passed: Device - Root Hub Detect Test;\n"
+               "PASS rootHubTest on usbDevice0: passed in 00:00:",
+               "EXIT=0");
     // The 0 % bar was overwritten by the next one: no plain progress lines.
     EXPECT_EQ(screen.find("progress:"), std::string::npos);
     EXPECT_EQ(screen.find("]   0%"), std::string::npos) << screen;
@@ -122,13 +127,15 @@ TEST_F(Terminal, TypeAheadIsDiscardedAndThePromptAndItsAnswerStayOnTheScreen) {
     std::string screen = WaitFor("answer (number or caption):");
     // The running test shows its time; the question stands below its bar.
     EXPECT_TRUE(std::regex_search(screen, std::regex("\\[-+\\]   0% UsbPortTest on usbDevice2: running  0:0\\d\n"
-                                                     "prompt \\(UsbPortTest on usbDevice2\\): " + install +
-                                                     "\n  1\\) OK\nanswer \\(number or caption\\):")))
+                                                     "prompt \\(UsbPortTest on usbDevice2\\): " +
+                                                     install + "\n  1\\) OK\nanswer \\(number or caption\\):")))
         << screen;
     Type("ok");
     screen = WaitFor("EXIT=");
-    EXPECT_HAS(screen, "prompt (UsbPortTest on usbDevice2): " + install + "\n  1) OK\n"
-                       "answer (number or caption): ok\n",
+    EXPECT_HAS(screen,
+               "prompt (UsbPortTest on usbDevice2): " + install +
+                   "\n  1) OK\n"
+                   "answer (number or caption): ok\n",
                "FAIL UsbPortTest on usbDevice2: failed in 00:00:", "EXIT=1");
     EXPECT_EQ(screen.find("no button 7"), std::string::npos) << "the type-ahead answered the prompt:\n" << screen;
     EXPECT_EQ(Count(screen, "answer (number or caption):"), 1u);
@@ -165,11 +172,14 @@ TEST_F(Terminal, TablesFitEightyColumnsAndBreakBetweenWords) {
     // The terminal wrapped no line of its own: joined, the lines are the same.
     EXPECT_EQ(TrailingBlanksRemoved(Tmux("capture-pane -p -J -S - -t cli")), TrailingBlanksRemoved(screen));
     const std::string words = std::regex_replace(screen, std::regex(R"(\s+)"), " ");
-    EXPECT_HAS(words, " test UsbPortTest: USB Port Test - Number of USB Flash drive connected, its Operating Speed "
-                      "and file Write Compare Test [interactive, complete] ",
+    EXPECT_HAS(words,
+               " test UsbPortTest: USB Port Test - Number of USB Flash drive connected, its Operating Speed "
+               "and file Write Compare Test [interactive, complete] ",
                " DeviceConnected: Yes, DeviceType: USB Optical Mouse, USB Type: 2.00, USB Speed: 1.5 MBit/s ");
-    EXPECT_HAS(screen, "\nDiscovered: 16 devices\nDEVICE ", "\nTest list A, of usbDevice0, usbDevice5, usbDevice8, "
-                       "usbDevice11:\n", "EXIT=0");
+    EXPECT_HAS(screen, "\nDiscovered: 16 devices\nDEVICE ",
+               "\nTest list A, of usbDevice0, usbDevice5, usbDevice8, "
+               "usbDevice11:\n",
+               "EXIT=0");
 }
 
 TEST_F(Terminal, WithOutputInAPipeTheQuestionStillReachesTheTerminalAndNotTheLog) {
@@ -211,13 +221,14 @@ TEST_F(Terminal, ABatchRunEndsWithItsSummaryAndASaveThatFailsLeavesTheOldState) 
                                                       "not locate files:\n {40,}SSO\\.DAT, Ran on CPU \\d+ *\n")))
         << summary;
     EXPECT_HAS(summary, "\n3 passed, 1 failed, 0 canceled\n", "EXIT=8");
-    EXPECT_HAS(std::regex_replace(summary, std::regex(R"(\s+)"), " "),
-               " zorbus-host: cannot save the state in " + saved +
-                   " (writing: File too large); the file is left as it was ");
+    EXPECT_HAS(
+        std::regex_replace(summary, std::regex(R"(\s+)"), " "),
+        " zorbus-host: cannot save the state in " + saved + " (writing: File too large); the file is left as it was ");
     // Neither the coloured table nor the message was wrapped by the terminal, mid-word.
     EXPECT_EQ(TrailingBlanksRemoved(Tmux("capture-pane -p -J -S - -t cli")), TrailingBlanksRemoved(screen));
     EXPECT_EQ(ReadFile(saved), before);
     const std::string colours = WaitFor("EXIT=", "-e");
     EXPECT_TRUE(std::regex_search(colours, std::regex("\nusbDevice2  UsbPortTest  (\033\\[[0-9;]*m)*\033\\[[0-9;]*31m"
-                                                      "(\033\\[[0-9;]*m)*failed"))) << colours;
+                                                      "(\033\\[[0-9;]*m)*failed")))
+        << colours;
 }

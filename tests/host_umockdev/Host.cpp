@@ -37,9 +37,9 @@ namespace {
 const char* const testbedMark = "/proc/zorbus-testbed";
 
 std::string Decode(std::string text) {
-    static const std::pair<const char*, char> entities[] = {{"&lt;", '<'},   {"&gt;", '>'},   {"&quot;", '"'},
+    static const std::pair<const char*, char> entities[] = {{"&lt;", '<'},    {"&gt;", '>'},   {"&quot;", '"'},
                                                             {"&apos;", '\''}, {"&#10;", '\n'}, {"&#13;", '\r'},
-                                                            {"&#9;", '\t'},  {"&amp;", '&'}};  // "&amp;" last
+                                                            {"&#9;", '\t'},   {"&amp;", '&'}};  // "&amp;" last
     for (const auto& e : entities)
         for (size_t at = 0; (at = text.find(e.first, at)) != std::string::npos; ++at)
             text.replace(at, std::strlen(e.first), 1, e.second);
@@ -227,12 +227,18 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath, const cha
             std::fprintf(stderr, "host session: \"%s\" while the library is unloaded\n", line.c_str());
             return 3;
         }
-        if (verb == "factory") factoryMode = std::atoi(text.c_str());
-        else if (verb == "medium") diagsMedium = std::atoi(text.c_str());
-        else if (verb == "translator") library.InitializeTCTranslator(argument);
-        else if (verb == "init") library.Initialize(argument);
-        else if (verb == "uninit") library.Uninitialize(argument);
-        else if (verb == "initialized") Answer(std::to_string(library.IsInitialized()).c_str());
+        if (verb == "factory")
+            factoryMode = std::atoi(text.c_str());
+        else if (verb == "medium")
+            diagsMedium = std::atoi(text.c_str());
+        else if (verb == "translator")
+            library.InitializeTCTranslator(argument);
+        else if (verb == "init")
+            library.Initialize(argument);
+        else if (verb == "uninit")
+            library.Uninitialize(argument);
+        else if (verb == "initialized")
+            Answer(std::to_string(library.IsInitialized()).c_str());
         else if (verb == "callback") {
             Answer(library.SetCallback(&Callback));
             library.FreeLastSetCallbackResult();
@@ -242,8 +248,7 @@ int RunHostSession(const char* scriptPath, const char* transcriptPath, const cha
         } else if (verb == "hold") {
             held.push_back(library.ExecuteXMLCommand(argument));
             Answer(held.back());
-        }
-        else if (verb == "release") {
+        } else if (verb == "release") {
             library.FreeLastExecuteXMLCommandResult();
             library.FreeLastSetCallbackResult();
             if (!held.empty()) held.pop_back();
@@ -290,10 +295,14 @@ std::vector<Step> ReadTranscript(const std::string& path) {
         in.get();
         in.read(&text[0], static_cast<std::streamsize>(length + 1));
         text.pop_back();
-        if (kind == "step") steps.push_back({text, "", {}});
-        else if (steps.empty()) throw std::runtime_error("transcript record before any step");
-        else if (kind == "answer") steps.back().answer = text;
-        else steps.back().events.push_back(text);
+        if (kind == "step")
+            steps.push_back({text, "", {}});
+        else if (steps.empty())
+            throw std::runtime_error("transcript record before any step");
+        else if (kind == "answer")
+            steps.back().answer = text;
+        else
+            steps.back().events.push_back(text);
     }
     return steps;
 }
@@ -382,8 +391,10 @@ Element Element::Parse(const std::string& xml) {
             const std::string list = m[3];
             for (std::sregex_iterator a(list.begin(), list.end(), attribute); a != end; ++a)
                 e.attributes.emplace_back((*a)[1], Decode((*a)[2]));
-            if (m[4].length() > 0) open.back().children.push_back(std::move(e));
-            else open.push_back(std::move(e));
+            if (m[4].length() > 0)
+                open.back().children.push_back(std::move(e));
+            else
+                open.push_back(std::move(e));
         }
     }
     if (static_cast<size_t>(at) != xml.size() || open.size() != 1 || open[0].children.size() != 1 ||
@@ -403,18 +414,25 @@ FakeMachine::FakeMachine(const std::string& fixture) : folder(MakeFolder()) {
     // Every stub logs its call, prints its data file and mounts nothing: a
     // vfat mount only enters the testbed's mount table, umount takes it out.
     const std::string data = folder + "/data/", mounts = folder + "/testbed/proc/self/mounts";
-    const std::string stub =
-        "#!/bin/sh\nt=$(basename \"$0\")\n"
-        "{ printf %s \"$t\"; for a in \"$@\"; do printf ' [%s]' \"$a\"; done; echo; } >> '" + folder + "/calls.log'\n"
-        "[ \"$t\" = mount ] && [ \"$2\" != vfat ] && exit 0\n"
-        "[ -s \"" + data + "$t.status\" ] && exit $(cat \"" + data + "$t.status\")\n"
-        "cat \"" + data + "$t\" 2>/dev/null\n"
-        "[ \"$t\" = mount ] && printf '%s %s vfat rw 0 0\\n' \"$3\" \"$4\" >> '" + mounts + "'\n"
-        "[ \"$t\" = umount ] && grep -v \" $1 \" '" + mounts + "' > '" + mounts + ".new' && mv '" + mounts + ".new' '" +
-        mounts + "'\nexit 0\n";
-    for (const char* tool : {"stubs/mount", "stubs/umount", "stubs/sync", "stubs/lsusb", "stubs/sg_scan",
-                             "stubs/sg_map", "stubs/sg_inq", "stubs/mkdir", "stubs/rm", "stubs/cp", "work/sg_scan",
-                             "work/sg_map"}) {
+    const std::string stub = "#!/bin/sh\nt=$(basename \"$0\")\n"
+                             "{ printf %s \"$t\"; for a in \"$@\"; do printf ' [%s]' \"$a\"; done; echo; } >> '" +
+                             folder +
+                             "/calls.log'\n"
+                             "[ \"$t\" = mount ] && [ \"$2\" != vfat ] && exit 0\n"
+                             "[ -s \"" +
+                             data + "$t.status\" ] && exit $(cat \"" + data +
+                             "$t.status\")\n"
+                             "cat \"" +
+                             data +
+                             "$t\" 2>/dev/null\n"
+                             "[ \"$t\" = mount ] && printf '%s %s vfat rw 0 0\\n' \"$3\" \"$4\" >> '" +
+                             mounts +
+                             "'\n"
+                             "[ \"$t\" = umount ] && grep -v \" $1 \" '" +
+                             mounts + "' > '" + mounts + ".new' && mv '" + mounts + ".new' '" + mounts + "'\nexit 0\n";
+    for (const char* tool :
+         {"stubs/mount", "stubs/umount", "stubs/sync", "stubs/lsusb", "stubs/sg_scan", "stubs/sg_map", "stubs/sg_inq",
+          "stubs/mkdir", "stubs/rm", "stubs/cp", "work/sg_scan", "work/sg_map"}) {
         Write(tool, stub);
         if (chmod((folder + "/" + tool).c_str(), 0755) != 0) throw std::runtime_error(std::string("chmod ") + tool);
     }

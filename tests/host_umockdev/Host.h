@@ -162,19 +162,30 @@ inline std::string Listing(const std::string& answer, const std::string& inFull 
 // An idResult (devices usbDevice0...) or catResult (the template usbDevice), a
 // line for each device, property and test name; a rootHubTest in full.
 inline void ExpectDevices(const std::string& answer, const std::string& category, const std::vector<Dev>& expected) {
-    static const std::string rootHubTest = Flat(Element::Parse(
-        "<test name=\"rootHubTest\" caption=\"Root Hub Detect Test\" description=\"Discovers the presence of a working "
-        "root hub\" interactive=\"0\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"1\" complete=\"1\" "
-        "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" fieldtest=\"1\">"
-        "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test fails\" type=\"int\" "
-        "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>"), true);
+    static const std::string rootHubTest = Flat(
+        Element::Parse(
+            "<test name=\"rootHubTest\" caption=\"Root Hub Detect Test\" description=\"Discovers the presence of a "
+            "working "
+            "root hub\" interactive=\"0\" requiresMedia=\"0\" requiresEquipment=\"0\" quick=\"1\" complete=\"1\" "
+            "requiresWindow=\"0\" localOnly=\"0\" singleThread=\"0\" destructive=\"0\" romTest=\"0\" fieldtest=\"1\">"
+            "<parameter name=\"retries\" caption=\"Retries\" description=\"Number of retries if test fails\" "
+            "type=\"int\" "
+            "min=\"0\" max=\"5\" defaultValue=\"1\"/></test>"),
+        true);
     const std::string root = Element::Parse(answer).name;
     std::string want = root + "\n";  // a diff when they differ
     for (size_t i = 0; i < expected.size(); ++i) {
         const Dev& d = expected[i];
-        want += Flat({"device", "", {{"name", "usbDevice" + (root == "catResult" ? "" : std::to_string(i))},
-                             {"class", "usbDevice"}, {"caption", d.caption}, {"description", d.description},
-                             {"category", category}, {"diagnosable", "0"}}, {}}) + "\n";
+        want += Flat({"device",
+                      "",
+                      {{"name", "usbDevice" + (root == "catResult" ? "" : std::to_string(i))},
+                       {"class", "usbDevice"},
+                       {"caption", d.caption},
+                       {"description", d.description},
+                       {"category", category},
+                       {"diagnosable", "0"}},
+                      {}}) +
+                "\n";
         for (const Prop& p : d.properties)
             want += Flat({"property", "", {{"name", p.name}, {"caption", p.caption}, {"value", p.value}}, {}}) + "\n";
         for (const std::string& t : d.tests) want += (t == "rootHubTest" ? rootHubTest : "test " + t) + "\n";
@@ -195,7 +206,8 @@ inline void ExpectRootHubResult(const Step& step, const std::string& device, boo
     const std::string state = passed ? "passed" : "failed";
     auto update = [&](int percent, const std::string& now) {
         return "<diagUpdate device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"" +
-               std::to_string(percent) + "\" currentState=\"" + now + "\" loop=\"0\" recordNum=\"0\" "
+               std::to_string(percent) + "\" currentState=\"" + now +
+               "\" loop=\"0\" recordNum=\"0\" "
                "OperationCaption=\"\"/>";
     };
     EXPECT_EQ(step.events, (Strings{LogEvent("Test Started", "Device - Root Hub Detect Test"), update(0, "running"),
@@ -205,9 +217,11 @@ inline void ExpectRootHubResult(const Step& step, const std::string& device, boo
     EXPECT_EQ(std::regex_replace(step.answer, time, "testTime=\"T\""),
               "<testResult device=\"" + device + "\" test=\"rootHubTest\" percentComplete=\"100\" currentState=\"" +
                   state + "\" loop=\"0\" recordNum=\"0\" OperationCaption=\"\" testTime=\"T\"><output/>" +
-                  (passed ? "" : "<error errorCode=\"TvkError\" key=\"Unable to detect root hub\" detail=\"\" "
-                                 "reference=\"usbDevice, rootHubTest\">Device, Unable to detect root hub, Ran on CPU " +
-                                     std::to_string(hostProcessor) + "</error>") + "</testResult>");
+                  (passed ? ""
+                          : "<error errorCode=\"TvkError\" key=\"Unable to detect root hub\" detail=\"\" "
+                            "reference=\"usbDevice, rootHubTest\">Device, Unable to detect root hub, Ran on CPU " +
+                                std::to_string(hostProcessor) + "</error>") +
+                  "</testResult>");
 }
 
 // A test result: state, error key, error detail, then the text of each prompt;

@@ -25,8 +25,10 @@ void PrintTo(const MachineCase& c, std::ostream* out) { *out << c.fixture << " "
 
 // The answer to a runTest that finds no device or no test.
 std::string NotFound(const std::string& device, const std::string& key, const std::string& detail) {
-    return "<testResult device=\"" + device + "\" test=\"rootHubTest\" component=\"libzorbus.so\" "
-           "currentState=\"failed\">" + Error(key, detail, " reference=\"frontEnd, frontEnd\"") + "</testResult>";
+    return "<testResult device=\"" + device +
+           "\" test=\"rootHubTest\" component=\"libzorbus.so\" "
+           "currentState=\"failed\">" +
+           Error(key, detail, " reference=\"frontEnd, frontEnd\"") + "</testResult>";
 }
 
 class KnownMachine : public OnTestbed<::testing::TestWithParam<MachineCase>> {};
@@ -101,10 +103,19 @@ TEST_P(EachMode, DeviceWithoutItsParentHubFailsDiscoveryAndLeavesNoDevice) {
 TEST_P(EachMode, ComponentLivesPublishTheSameAndTheSavedStateDoesNotDrift) {
     const bool factory = GetParam();
     const std::string init = "init <init component=\"libzorbus.so\"/>";
-    const Strings cycle = {init, "callback", "run <id/>", init, "callback", "run <id/>",
-                           "uninit <u persistentFilename=\"state.bin\"/>", "file state.bin",
-                           "init <init persistentFilename=\"state.bin\" component=\"libzorbus.so\"/>", "callback",
-                           "run <id/>", RunTest("usbDevice0", "rootHubTest"), "uninit"};
+    const Strings cycle = {init,
+                           "callback",
+                           "run <id/>",
+                           init,
+                           "callback",
+                           "run <id/>",
+                           "uninit <u persistentFilename=\"state.bin\"/>",
+                           "file state.bin",
+                           "init <init persistentFilename=\"state.bin\" component=\"libzorbus.so\"/>",
+                           "callback",
+                           "run <id/>",
+                           RunTest("usbDevice0", "rootHubTest"),
+                           "uninit"};
     const size_t cycles = 3;
     Strings script{std::string("factory ") + (factory ? "1" : "0"), "translator C"}, calls;
     for (size_t i = 0; i < cycles; ++i) script.insert(script.end(), cycle.begin(), cycle.end());

@@ -40,17 +40,30 @@ Session Play(FakeMachine& m, const std::vector<Call>& calls) {
 TEST(EntryPoints, WhatWorksBeforeAndAfterInitializeAndInEachLanguage) {
     FakeMachine m("");
     const std::string german = std::string("de_DE.UTF-8:") + ZORBUS_BINARY_DIR + "/locale";
-    Play(m, {{"translator", ""}, {"initialized", "0"}, {"callback", uninitialized},
-             {"run <getDiagVersion/>", uninitialized}, {"uninit <<< not even parsed", ""},
+    Play(m, {{"translator", ""},
+             {"initialized", "0"},
+             {"callback", uninitialized},
+             {"run <getDiagVersion/>", uninitialized},
+             {"uninit <<< not even parsed", ""},
              {"release", "<none>"},  // empty stacks: nothing happens
-             {"initialized", "0"}, {"init <init/>", ""}, {"initialized", "1"}, {"callback", success},
+             {"initialized", "0"},
+             {"init <init/>", ""},
+             {"initialized", "1"},
+             {"callback", success},
              // A second Initialize discards the component and with it the callback.
-             {"init <init/>", ""}, {"run <nonsense/>", Invalid("nonsense")}, {"uninit", ""}, {"initialized", "0"},
+             {"init <init/>", ""},
+             {"run <nonsense/>", Invalid("nonsense")},
+             {"uninit", ""},
+             {"initialized", "0"},
              // Text that is no XML, or none, still initializes.
-             {"init this is not xml", ""}, {"initialized", "1"}, {"init", ""}, {"initialized", "1"},
+             {"init this is not xml", ""},
+             {"initialized", "1"},
+             {"init", ""},
+             {"initialized", "1"},
              {"run <getDiagVersion/>", version},
              // The component adds its own catalogue in Initialize.
-             {"translator " + german, ""}, {init, ""},
+             {"translator " + german, ""},
+             {init, ""},
              {"callback", "<diagOutput type=\"setCallback\" status=\"Erfolg\"/>"},
              {"run <catalog/>", "*", {LogEvent("Katalog wird erstellt", ""), LogEvent("Gerät erkannt", "Device")}}});
 }
@@ -59,8 +72,12 @@ TEST(EntryPoints, DispatcherAnswers) {
     FakeMachine m("");
     const std::string notFound = Error("Device not found", "usbDevice9", " reference=\"frontEnd, frontEnd\"");
     const Session s = Play(
-        m, {{"factory 0", ""}, {"translator C", ""}, {init, ""}, {"callback", success},
-            {"run <getDiagVersion/>", version}, {"run <GETDIAGVERSION component=\"x\"/>", version},
+        m, {{"factory 0", ""},
+            {"translator C", ""},
+            {init, ""},
+            {"callback", success},
+            {"run <getDiagVersion/>", version},
+            {"run <GETDIAGVERSION component=\"x\"/>", version},
             {"run <frobnicate/>", Invalid("frobnicate"), InvalidEvent("frobnicate")},
             // A keyword is matched over its whole length only.
             {"run <getDiagVersions/>", Invalid("getDiagVersions"), InvalidEvent("getDiagVersions")},
@@ -73,13 +90,20 @@ TEST(EntryPoints, DispatcherAnswers) {
                  notFound + "</diagOutput>"},
             // A cancel of an unknown device is answered, not treated as an error.
             {"run <cancelTest device=\"usbDevice9\" test=\"t\"/>", "<testResult device=\"usbDevice9\" test=\"t\" "
-             "component=\"\">" + Error("Device not found", "usbDevice9") + "</testResult>"},
-            {"run <deviceAction device=\"usbDevice9\"/>", ""}, {"run <diagRunEnd/>", ""},
+                                                                   "component=\"\">" +
+                                                                       Error("Device not found", "usbDevice9") +
+                                                                       "</testResult>"},
+            {"run <deviceAction device=\"usbDevice9\"/>", ""},
+            {"run <diagRunEnd/>", ""},
             {"run <diagRunBegin><diagRun a=\"1\"/><diagRun a=\"2\"/></diagRunBegin>", ""},
             // Answers stay valid until released, innermost first.
-            {"hold <getDiagVersion/>", version}, {"hold <nonsense/>", Invalid("nonsense"), InvalidEvent("nonsense")},
-            {"release", version}, {"release", "<none>"}, {"release", "<none>"},
-            {"hold <deviceAction/>", ""}, {"release", "<none>"},
+            {"hold <getDiagVersion/>", version},
+            {"hold <nonsense/>", Invalid("nonsense"), InvalidEvent("nonsense")},
+            {"release", version},
+            {"release", "<none>"},
+            {"release", "<none>"},
+            {"hold <deviceAction/>", ""},
+            {"release", "<none>"},
             // Text that does not parse never reaches a command.
             {"run <unterminated component=\"libzorbus.so\"", Malformed("Error parsing start element tag at offset 37")},
             {"run ", Malformed("No document element found at offset 0")},
@@ -98,11 +122,13 @@ TEST(EntryPoints, FailureMarkOnlyInFactoryRunsFromTheMedium) {
     const struct {
         const char *factory, *medium, *component;
         bool written;
-    } cases[] = {{"1", "1", "libzorbus.so", true}, {"0", "1", "libzorbus.so", false},
-                 {"1", "0", "libzorbus.so", false}, {"1", "1", "libzorbus", false}};
+    } cases[] = {{"1", "1", "libzorbus.so", true},
+                 {"0", "1", "libzorbus.so", false},
+                 {"1", "0", "libzorbus.so", false},
+                 {"1", "1", "libzorbus", false}};
     for (const auto& c : cases) {
-        m.Run({std::string("factory ") + c.factory, std::string("medium ") + c.medium, "translator C", init,
-               "callback", std::string("run <bogus component=\"") + c.component + "\"/>"});
+        m.Run({std::string("factory ") + c.factory, std::string("medium ") + c.medium, "translator C", init, "callback",
+               std::string("run <bogus component=\"") + c.component + "\"/>"});
         EXPECT_EQ(m.Has(std::string("work/") + c.component + ".failure.version"), c.written) << c.factory << c.medium;
         m.Remove(failureMark);
     }

@@ -48,14 +48,30 @@ bool ValgrindWorks() {
 // A host whose own library, loaded globally first, defines every C++ name the
 // component once exported, each a trap that aborts.
 TEST(HostProcess, ADecoyOfEveryNameTheComponentOnceExportedIsNeverReached) {
-    const Strings first = {"factory 0", "translator C", init, "callback", "run <catalog/>", "run <id/>",
-                           RunTest("usbDevice0", "rootHubTest"), "uninit", "factory 1", init, "callback",
-                           "run <catalog/>", "run <id/>", RunTest("usbDevice0", "rootHubTest"),
-                           "uninit <u persistentFilename=\"state.bin\"/>", "file state.bin"};
-    const Strings second = {"factory 1", "translator C",
-                            "init <init persistentFilename=\"state.bin\" component=\"libzorbus.so\"/>", "callback",
-                            "run <id/>", RunTest("usbDevice0", "rootHubTest"),
-                            "uninit <u persistentFilename=\"state.bin\"/>", "file state.bin"};
+    const Strings first = {"factory 0",
+                           "translator C",
+                           init,
+                           "callback",
+                           "run <catalog/>",
+                           "run <id/>",
+                           RunTest("usbDevice0", "rootHubTest"),
+                           "uninit",
+                           "factory 1",
+                           init,
+                           "callback",
+                           "run <catalog/>",
+                           "run <id/>",
+                           RunTest("usbDevice0", "rootHubTest"),
+                           "uninit <u persistentFilename=\"state.bin\"/>",
+                           "file state.bin"};
+    const Strings second = {"factory 1",
+                            "translator C",
+                            "init <init persistentFilename=\"state.bin\" component=\"libzorbus.so\"/>",
+                            "callback",
+                            "run <id/>",
+                            RunTest("usbDevice0", "rootHubTest"),
+                            "uninit <u persistentFilename=\"state.bin\"/>",
+                            "file state.bin"};
     FakeMachine plain("example"), decoyed("example");
     decoyed.decoy = ZORBUS_DECOY_PATH;
     for (const Strings& script : {first, second}) {
@@ -117,7 +133,7 @@ TEST(HostProcess, ToolsInheritOnlyTheStandardDescriptorsAndTheProcessStaysAsItWa
             seen.insert(tool);
         }
     EXPECT_EQ(seen, (std::set<std::string>{"lsusb", "mount", "sync", "sg_scan", "sg_map", "sg_inq", "mkdir", "cp",
-                                            "umount", "rm"}));
+                                           "umount", "rm"}));
 }
 
 // dlopen, Initialize, discovery, a root hub test, Uninitialize, dlclose, a

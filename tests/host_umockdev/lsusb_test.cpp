@@ -15,7 +15,7 @@ struct TextCase {
     const char* reference;   // under tests/fixtures, up to the mode
     const char* controller;  // one with a rootHubTest
     bool factory;
-    bool rootHubNode;        // the testbed has bus 1's root hub node
+    bool rootHubNode;  // the testbed has bus 1's root hub node
 };
 
 void PrintTo(const TextCase& c, std::ostream* out) { *out << c.name << (c.factory ? " factory" : " field"); }
@@ -49,8 +49,8 @@ TEST_P(LsusbMachine, PublishesTheTextWhateverTheTestbedHolds) {
     // Only bus 1's root hub node counts, whichever controller is tested.
     ExpectRootHubResult(s.Nth("run <runTest"), c.controller, c.rootHubNode);
 
-    EXPECT_EQ(m->Calls(), (Strings{usbfsMount, "sync", "lsusb [-v]", usbfsMount, usbfsMount, "sync", "lsusb [-v]",
-                                   usbfsMount}));
+    EXPECT_EQ(m->Calls(),
+              (Strings{usbfsMount, "sync", "lsusb [-v]", usbfsMount, usbfsMount, "sync", "lsusb [-v]", usbfsMount}));
     EXPECT_EQ(m->Read("work/devices"), text);
     const std::string firstLine = text.substr(1, text.find('\n', 1) - 1);
     EXPECT_NE(m->Read("work/bang1.txt").find("reformat " + firstLine + "\n \n"), std::string::npos) << firstLine;
@@ -89,7 +89,8 @@ TEST(LsusbRoad, OddTextIsNeverFatal) {
     std::string text = "\nBus 001 Device 001: ID 1d6b:0002\nDevice Descriptor:\n  iProduct 2 " +
                        std::string(3000, 'P') + "\n  iSerial\n  bcdUSB\nDevice Status:     0x0001\n";
     for (int i = 0; i < 600; ++i)
-        text += "\nBus 002 Device " + std::to_string(i) + ": ID 0781:5567\nDevice Descriptor:\n  iProduct 2 Stick\n"
+        text += "\nBus 002 Device " + std::to_string(i) +
+                ": ID 0781:5567\nDevice Descriptor:\n  iProduct 2 Stick\n"
                 "  Configuration Descriptor:\n    Interface Descriptor:\n      bInterfaceClass 9 Hub\n"
                 "Device Status:     0x0000\n";
     for (const bool factory : {false, true}) {

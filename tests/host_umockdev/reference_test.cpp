@@ -52,9 +52,10 @@ struct Outputs {
 bool Discover(const Case& c, int identifications, Outputs& out) {
     const Machine& m = c.machine;
     FakeMachine machine(m.fixture);
-    const std::string text = m.buses ? (m.road == Road::lsusb ? largest::LsusbText(m.buses)
-                                                              : largest::DevicesFile(m.buses))
-                                     : *m.text ? ReadText(tests + m.text) : "";
+    const std::string text = m.buses
+                                 ? (m.road == Road::lsusb ? largest::LsusbText(m.buses) : largest::DevicesFile(m.buses))
+                             : *m.text ? ReadText(tests + m.text)
+                                       : "";
     EXPECT_TRUE(!text.empty() || (!*m.text && !m.buses)) << "no text for " << m.name;
     if (m.road == Road::lsusb) {
         if (!machine.Remove("testbed/proc/bus/usb/devices")) return false;
@@ -125,8 +126,8 @@ TEST_P(FixtureReference, TwoIdentificationsAndTheWorkingFilesAreAsRecorded) {
     const Case& c = GetParam();
     Outputs out;
     if (!Discover(c, 2, out)) GTEST_SKIP() << "this machine has /proc/bus/usb/devices";
-    const std::string got = "first\n" + out.ids[0] + "second\n" + out.ids[1] + "devices\n" + out.devices +
-                            "bang1.txt\n" + out.trace;
+    const std::string got =
+        "first\n" + out.ids[0] + "second\n" + out.ids[1] + "devices\n" + out.devices + "bang1.txt\n" + out.trace;
     const std::string path = tests + c.machine.stem + Mode(c.factory) + ".txt";
     if (Writing()) {
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());

@@ -22,9 +22,14 @@ const std::string sgMap =
 const std::string disk = "standard INQUIRY:\n  PQual=0  Device_type=0  RMB=1  version=0x04\n";
 const std::string swapHeads = "Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n";
 const std::string stick = "001CC0EC3450BB40D7A0012B";  // the serial number of /dev/sdb in storage_one
-const Strings mountAndCopy = {"sg_scan", "sg_map", "sg_inq [/dev/sdb]", "mkdir [-p] [/mnt/usbdrive]",
-                              "mount [-t] [vfat] [/dev/sdb1] [/mnt/usbdrive]", "cp [SSO.DAT] [/mnt/usbdrive/SSO.DAT]",
-                              "umount [/mnt/usbdrive]", "rm [-rf] [/mnt/usbdrive]"};
+const Strings mountAndCopy = {"sg_scan",
+                              "sg_map",
+                              "sg_inq [/dev/sdb]",
+                              "mkdir [-p] [/mnt/usbdrive]",
+                              "mount [-t] [vfat] [/dev/sdb1] [/mnt/usbdrive]",
+                              "cp [SSO.DAT] [/mnt/usbdrive/SSO.DAT]",
+                              "umount [/mnt/usbdrive]",
+                              "rm [-rf] [/mnt/usbdrive]"};
 
 struct Case {
     Attributes writes;  // files written before the run
@@ -97,8 +102,12 @@ TEST(StorageTests, TwoDrivesAreWrittenAndReadBackAndASlowOneFailsThePortTest) {
     m.Write("testbed/dev/sde", blank);
     m.Write("testbed/dev/sdf", blank);
     // The slow stick is no high-speed drive and is not touched.
-    m.Play(fwc, {{{}, "usbDevice0", "numUSBdrives=\"2\"", {"passed", "", ""},
-                  {"sg_scan", "sg_map", "sg_scan", "sg_map"}, {0, 1, 33, 66, 99, 100}}});
+    m.Play(fwc, {{{},
+                  "usbDevice0",
+                  "numUSBdrives=\"2\"",
+                  {"passed", "", ""},
+                  {"sg_scan", "sg_map", "sg_scan", "sg_map"},
+                  {0, 1, 33, 66, 99, 100}}});
     // Written, read back, and left as they were.
     EXPECT_EQ(m.Read("testbed/dev/sde"), blank);
     EXPECT_EQ(m.Read("testbed/dev/sdf"), blank);
@@ -119,33 +128,54 @@ TEST(FileWriteCompare, EachCheckFailsWithItsTextAndTheDriveIsNotWritten) {
     const std::string count = "Please insert the USB drive keys into unit. Number of USB Devices Connected:1, "
                               "Number of USB Devices Expected:";
     const std::string mounted = "Drive has a mounted partition; it is not written", b = "usbDevice0";
-    m.Play(fwc,
-           {{{}, b, none, {"failed", "Could not locate files", "Could not locate files"}, {}, {0, 1, 100}},
-            {{{"work/SSO.DAT", reference}, {"data/sg_map", "/dev/sg1  /dev/sdc\n"}}, b, none,
-             {"failed", "Device Not Connected", ""}},
-            // A drive that keeps nothing of what is written to it, and one that gives nothing back.
-            {{{"data/sg_map", "/dev/sg0  /dev/zero\n"}}, b, none,
-             {"failed", "Data Comparison Failure", "failed for drive /dev/zero"}},
-            {{{"data/sg_map", "/dev/sg0  /dev/null\n"}}, b, none,
-             {"failed", "Read Data Failure", "failed for drive /dev/null"}},
-            {{{"data/sg_map", "/dev/sg0  /dev/sdb; touch PWNED\n"}}, b, none,
-             {"failed", "Device Not Connected", "failed for drive /dev/sdb; touch PWNED"}},
-            {{{"data/sg_map", sgMap}, {"testbed/proc/self/mounts", "/dev/sdb1 /m vfat rw 0 0\n"}}, b, none,
-             {"failed", mounted, "failed for drive /dev/sdb"}},
-            {{{"testbed/proc/self/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb /m vfat rw 0 0\n"}}, b, none,
-             {"failed", mounted, "failed for drive /dev/sdb"}},
-            {{{"testbed/proc/self/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdba1 /m vfat rw 0 0\n"},
-              {"work/SSO.DAT", ""}}, b, none,
-             {"failed", "Read Data Failure", "failed for drive /dev/sdb"}, {}, {0, 1, 50, 100}},
-            // The operator is asked from the second try on.
-            {{{"work/SSO.DAT", reference}}, b, "numUSBdrives=\"2\" retries=\"2\"",
-             {"failed", "Incorrect number of USB Devices", "", count + "2 (try #2)", count + "2 (try #3)"}},
-            {{}, b, "numUSBdrives=\"3\" retries=\"1\" userPrompt=\"Plug in three sticks.\"",
-             {"failed", "Incorrect number of USB Devices", "",
-              "Plug in three sticks. Number of USB Devices Connected:1, Number of USB Devices Expected:3 (try #2)"}},
-            {{}, b, "numUSBdrives=\"33\"",
-             {"failed", "Parameter outside acceptable range",
-              "You entered 33, please enter a value between 1 and 32"}}});
+    m.Play(
+        fwc,
+        {{{}, b, none, {"failed", "Could not locate files", "Could not locate files"}, {}, {0, 1, 100}},
+         {{{"work/SSO.DAT", reference}, {"data/sg_map", "/dev/sg1  /dev/sdc\n"}},
+          b,
+          none,
+          {"failed", "Device Not Connected", ""}},
+         // A drive that keeps nothing of what is written to it, and one that gives nothing back.
+         {{{"data/sg_map", "/dev/sg0  /dev/zero\n"}},
+          b,
+          none,
+          {"failed", "Data Comparison Failure", "failed for drive /dev/zero"}},
+         {{{"data/sg_map", "/dev/sg0  /dev/null\n"}},
+          b,
+          none,
+          {"failed", "Read Data Failure", "failed for drive /dev/null"}},
+         {{{"data/sg_map", "/dev/sg0  /dev/sdb; touch PWNED\n"}},
+          b,
+          none,
+          {"failed", "Device Not Connected", "failed for drive /dev/sdb; touch PWNED"}},
+         {{{"data/sg_map", sgMap}, {"testbed/proc/self/mounts", "/dev/sdb1 /m vfat rw 0 0\n"}},
+          b,
+          none,
+          {"failed", mounted, "failed for drive /dev/sdb"}},
+         {{{"testbed/proc/self/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdb /m vfat rw 0 0\n"}},
+          b,
+          none,
+          {"failed", mounted, "failed for drive /dev/sdb"}},
+         {{{"testbed/proc/self/mounts", "/dev/sda1 / ext4 rw 0 0\n/dev/sdba1 /m vfat rw 0 0\n"}, {"work/SSO.DAT", ""}},
+          b,
+          none,
+          {"failed", "Read Data Failure", "failed for drive /dev/sdb"},
+          {},
+          {0, 1, 50, 100}},
+         // The operator is asked from the second try on.
+         {{{"work/SSO.DAT", reference}},
+          b,
+          "numUSBdrives=\"2\" retries=\"2\"",
+          {"failed", "Incorrect number of USB Devices", "", count + "2 (try #2)", count + "2 (try #3)"}},
+         {{},
+          b,
+          "numUSBdrives=\"3\" retries=\"1\" userPrompt=\"Plug in three sticks.\"",
+          {"failed", "Incorrect number of USB Devices", "",
+           "Plug in three sticks. Number of USB Devices Connected:1, Number of USB Devices Expected:3 (try #2)"}},
+         {{},
+          b,
+          "numUSBdrives=\"33\"",
+          {"failed", "Parameter outside acceptable range", "You entered 33, please enter a value between 1 and 32"}}});
     EXPECT_EQ(m.Read("testbed/dev/sdb"), blank);
     EXPECT_FALSE(m.AnyFileNamed("PWNED"));
     // Another drive's partition mounted: this one is written, read back and restored.
@@ -160,17 +190,22 @@ TEST(FileWriteCompare, DrivesInUseAreRefusedEachWithItsTextAndNeverWritten) {
     m.Write("testbed/dev/sdb", blank);
     const std::string b = "usbDevice0", failed = "failed for drive /dev/sdb";
     m.Play(fwc, {{{{"testbed/proc/swaps", swapHeads + "/dev/sda2 partition\t1048572\t0\t-2\n"
-                                                       "/dev/sdb2                       partition\t8\t0\t-3\n"}},
-                  b, none, {"failed", "Drive is in use as swap; it is not written", failed + ": /dev/sdb2 is swap"}},
+                                                      "/dev/sdb2                       partition\t8\t0\t-3\n"}},
+                  b,
+                  none,
+                  {"failed", "Drive is in use as swap; it is not written", failed + ": /dev/sdb2 is swap"}},
                  // Device mapper on the disk, RAID on a partition: the kernel lists both under holders.
-                 {{{"testbed/proc/swaps", swapHeads}, {"testbed/sys/block/sdb/holders/dm-0", ""},
-                   {"testbed/sys/block/sdb/sdb1/partition", "1\n"}, {"testbed/sys/block/sdb/sdb1/holders/md0", ""}},
-                  b, none, {"failed", "Drive is held by another block device; it is not written",
-                            failed + ": sdb held by dm-0, sdb1 held by md0"}}});
+                 {{{"testbed/proc/swaps", swapHeads},
+                   {"testbed/sys/block/sdb/holders/dm-0", ""},
+                   {"testbed/sys/block/sdb/sdb1/partition", "1\n"},
+                   {"testbed/sys/block/sdb/sdb1/holders/md0", ""}},
+                  b,
+                  none,
+                  {"failed", "Drive is held by another block device; it is not written",
+                   failed + ": sdb held by dm-0, sdb1 held by md0"}}});
     std::filesystem::remove(m.folder + "/testbed/sys/block/sdb/holders/dm-0");
-    EXPECT_EQ(m.Test(b, fwc, none),
-              (Strings{"failed", "Drive is held by another block device; it is not written",
-                       failed + ": sdb1 held by md0"}));
+    EXPECT_EQ(m.Test(b, fwc, none), (Strings{"failed", "Drive is held by another block device; it is not written",
+                                             failed + ": sdb1 held by md0"}));
     std::filesystem::remove_all(m.folder + "/testbed/sys");
     {
         const Fault busy("busy /dev/sdb");
@@ -195,7 +230,7 @@ TEST(FileWriteCompare, ALostWriteFailsTheCompareAndAnyReadBackRoadRestoresTheDri
     // Read back past the page cache: directly where the device takes it, else after dropping the cache.
     // Copied in the kernel where the device takes it, else through a buffer.
     const Strings debugRun = {"factory 0", "translator C", "init <init component=\"libzorbus.so\" debugEnabled=\"1\"/>",
-                              "callback", "run <id/>", RunTest("usbDevice0", fwc, none)};
+                              "callback",  "run <id/>",    RunTest("usbDevice0", fwc, none)};
     const int probe = open((m.folder + "/testbed/dev/sdb").c_str(), O_RDONLY | O_DIRECT);
     const bool directHere = probe >= 0;  // what the file system of the stand-in takes
     if (probe >= 0) close(probe);
@@ -245,15 +280,19 @@ TEST(FileWriteCompare, ARunEndedBetweenWriteAndRestoreIsPutBackOnlyOnItsOwnUncha
     std::string changed = afterWrite;
     changed[300] = '!';
     m.Write("testbed/dev/sdb", changed);
-    const std::string notBack = "/dev/sdb (serial " + stick + ") is not written back (it was changed after the "
-                                "test wrote it)" + kept;
+    const std::string notBack = "/dev/sdb (serial " + stick +
+                                ") is not written back (it was changed after the "
+                                "test wrote it)" +
+                                kept;
     EXPECT_EQ(m.EventsOfInitialize(), Strings{LogEvent("Drive Not Restored", notBack)});
     EXPECT_EQ(m.Read("testbed/dev/sdb"), changed);
 
     // As the run left it: the next Initialize puts the drive back.
     m.Write("testbed/dev/sdb", afterWrite);
-    const std::string restored = LogEvent("Drive Restored", "/dev/sdb (serial " + stick + ") holds its saved bytes "
-                                                            "again; " + file + " removed");
+    const std::string restored = LogEvent("Drive Restored", "/dev/sdb (serial " + stick +
+                                                                ") holds its saved bytes "
+                                                                "again; " +
+                                                                file + " removed");
     EXPECT_EQ(m.EventsOfInitialize(), Strings{restored});
     EXPECT_EQ(m.Read("testbed/dev/sdb"), original);
     EXPECT_EQ(m.SavedFiles(), Strings{});
@@ -265,7 +304,7 @@ TEST(FileWriteCompare, ARunEndedBetweenWriteAndRestoreIsPutBackOnlyOnItsOwnUncha
     damaged.back() ^= 1;
     m.Write("work/" + file.substr(2), damaged);
     const std::string leftAlone = LogEvent("Drive Not Restored", file + " is damaged (saved bytes checksum wrong); "
-                                                                 "it is left alone");
+                                                                        "it is left alone");
     const Session s = m.Run(Opening(false, {"run <id/>", RunTest("usbDevice0", fwc, none)}));
     EXPECT_EQ(s.Nth("run <id/>").events.front(), leftAlone) << "from Initialize";
     const Step& run = s.Nth(RunTest("usbDevice0", fwc, none));
@@ -297,32 +336,50 @@ TEST(UsbPortTest, EachCheckFailsWithItsTextAndAStuckMountIsNeverRemovedRecursive
     m.Play(port,
            {{{}, b, none, {"failed", "Could not locate files", "SSO.DAT", install}, {}, {0, 100}},
             // Counts and speeds are checked before any mount.
-            {{{"work/SSO.DAT", "PORT TEST REFERENCE\n"}}, b, "retries=\"0\" numUSBdrives=\"2\"",
+            {{{"work/SSO.DAT", "PORT TEST REFERENCE\n"}},
+             b,
+             "retries=\"0\" numUSBdrives=\"2\"",
              {"failed", "Incorrect number of USB Devices", "\nFound:1,Expected:2", install,
-              install + "\nFound:1,Expected:2"}, {"sg_scan", "sg_map", "sg_inq [/dev/sdb]"}},
+              install + "\nFound:1,Expected:2"},
+             {"sg_scan", "sg_map", "sg_inq [/dev/sdb]"}},
             // A device that sg_inq does not call a disk is taken off the count.
-            {{{"data/sg_inq", "PQual=0  Device_type=5\n"}}, b, none,
+            {{{"data/sg_inq", "PQual=0  Device_type=5\n"}},
+             b,
+             none,
              {"failed", "Incorrect number of USB Devices", "\nFound:0,Expected:1", install,
               install + "\nFound:0,Expected:1"}},
             // The full-speed controller with its stick.
-            {{{"data/sg_inq", disk}}, "usbDevice2", none,
+            {{{"data/sg_inq", disk}},
+             "usbDevice2",
+             none,
              {"failed", "High Speed USB Controller NOT connected. Expected Speed: 480 Mbps",
-              "Controller Actual Speed: 12 Mbps", install}, {"sg_scan", "sg_map", "sg_inq [/dev/sdc]"}},
-            {{{"data/mount.status", "32"}}, b, none,
+              "Controller Actual Speed: 12 Mbps", install},
+             {"sg_scan", "sg_map", "sg_inq [/dev/sdc]"}},
+            {{{"data/mount.status", "32"}},
+             b,
+             none,
              {"failed", "USB Drive could not be mounted", "Failed for port-1", install, "Mount failed: err code:8192"},
              mountFails},
             // The stub cp writes nothing, so the copy is not on the drive.
-            {{{"data/mount.status", ""}}, b, none, {"failed", "Could not locate files", "Failed for port-1", install},
+            {{{"data/mount.status", ""}},
+             b,
+             none,
+             {"failed", "Could not locate files", "Failed for port-1", install},
              mountAndCopy},
             {{}, "usbDevice1", none, {"failed", "Test not found", "UsbPortTest"}}});
     EXPECT_EQ(m.Read("testbed/proc/self/mounts").find("/mnt/usbdrive"), std::string::npos);
 
     m.Play(port,
-           {{{{"data/sg_map", "/dev/sg0  /dev/sdb; touch PWNED\n"}, {"data/mount.status", "1"}}, b, none,
+           {{{{"data/sg_map", "/dev/sg0  /dev/sdb; touch PWNED\n"}, {"data/mount.status", "1"}},
+             b,
+             none,
              {"failed", "USB Drive could not be mounted", "Failed for port-1", install, "Mount failed: err code:256"},
              hostile},
-            {{{"data/sg_map", sgMap}, {"data/mount.status", ""}, {"data/umount.status", "32"}}, b, none,
-             {"failed", "Could not locate files", "Failed for port-1", install}, stuck}});
+            {{{"data/sg_map", sgMap}, {"data/mount.status", ""}, {"data/umount.status", "32"}},
+             b,
+             none,
+             {"failed", "Could not locate files", "Failed for port-1", install},
+             stuck}});
     EXPECT_FALSE(m.AnyFileNamed("PWNED"));
     EXPECT_NE(m.Read("testbed/proc/self/mounts").find("/dev/sdb1 /mnt/usbdrive vfat"), std::string::npos);
 }

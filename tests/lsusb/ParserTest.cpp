@@ -27,7 +27,8 @@ struct Field {
     const char* name;
     std::string got, want;
 };
-#define FIELD(expression, expected) Field{#expression, expression, expected}
+#define FIELD(expression, expected) \
+    Field { #expression, expression, expected }
 
 // Whether every field has its text; a failure names each one that differs.
 ::testing::AssertionResult Fields(std::initializer_list<Field> fields) {
@@ -75,11 +76,13 @@ const std::string hubPart = "Hub Descriptor:\n  bDescriptorType      41\n  nNbrP
 const std::string status = "Device Status:     0x0001\n  Self Powered\n";
 std::string Iface(const std::string& number, const std::string& cls) {
     return "    Interface Descriptor:\n      bLength                 9\n      bDescriptorType         4\n"
-           "      bInterfaceNumber        " + number + "\n      bInterfaceClass       " + cls + "\n";
+           "      bInterfaceNumber        " +
+           number + "\n      bInterfaceClass       " + cls + "\n";
 }
 std::string Hid(const std::string& length) {
     return "        HID Device Descriptor:\n          bLength                 9\n          bcdHID               1.11\n"
-           "          bDescriptorType        34 Report\n          wDescriptorLength      " + length + "\n";
+           "          bDescriptorType        34 Report\n          wDescriptorLength      " +
+           length + "\n";
 }
 std::string Endpoint(const std::string& address, const std::string& interval) {
     return "      Endpoint Descriptor:\n        bEndpointAddress     " + address + "\n        bInterval              " +
@@ -106,8 +109,8 @@ TEST_F(LsusbParserTest, RecordsOfRealTextKeepTheRawValues) {
                         FIELD(c.bmAttributes, " 0xe0"), FIELD(c.MaxPower, " 0mA")}));
     ASSERT_EQ(c.getNumObjects(), 1);
     const USBInterfaces& i = *c.interfaces[0];
-    EXPECT_TRUE(Fields({FIELD(i.bDescriptorType, " 4"), FIELD(i.bInterfaceClass, " 9 Hub"),
-                        FIELD(i.iInterface, " 0 ")}));
+    EXPECT_TRUE(
+        Fields({FIELD(i.bDescriptorType, " 4"), FIELD(i.bInterfaceClass, " 9 Hub"), FIELD(i.iInterface, " 0 ")}));
     ASSERT_EQ(i.getNumEndpointObjects(), 1);
     const USBEndpoints& e = *i.endpoints[0];
     EXPECT_TRUE(Fields({FIELD(e.bLength, " 7"), FIELD(e.bEndpointAddress, " 0x81 EP 1 IN"), FIELD(e.bmAttributes, " 3"),
@@ -141,9 +144,9 @@ TEST_F(LsusbParserTest, RecordsOfRealTextKeepTheRawValues) {
     // configuration.
     USBDevicesNode& two = Parse(texts[5]);
     ASSERT_EQ(two.getNumObjects(), 2);
-    EXPECT_TRUE(Fields({FIELD(two.bNumConfigurations, " 2"), FIELD(two.configurations[0]->bConfigurationValue, " 1"),
-                        FIELD(two.configurations[1]->bConfigurationValue, ""),
-                        FIELD(two.configurations[1]->MaxPower, "")}));
+    EXPECT_TRUE(
+        Fields({FIELD(two.bNumConfigurations, " 2"), FIELD(two.configurations[0]->bConfigurationValue, " 1"),
+                FIELD(two.configurations[1]->bConfigurationValue, ""), FIELD(two.configurations[1]->MaxPower, "")}));
     for (const USBConfiguration* config : two.configurations) {
         ASSERT_EQ(config->getNumObjects(), 2);
         EXPECT_EQ(config->interfaces[0]->bInterfaceClass, " 255 Vendor Specific Class");
@@ -191,14 +194,14 @@ TEST_F(LsusbParserTest, GatesFillOnlyTheFirstRecordOfALevel) {
     ASSERT_EQ(first.getNumHidObjects(), 2);
     ASSERT_EQ(second.getNumEndpointObjects(), 2);
     EXPECT_EQ(second.getNumHidObjects(), 0);
-    EXPECT_TRUE(Fields({FIELD(first.bInterfaceNumber, " 0"), FIELD(first.endpoints[0]->bEndpointAddress, " 0x81"),
-                        FIELD(first.endpoints[1]->bEndpointAddress, ""),
-                        FIELD(first.hidDevices[0]->wDescriptorLength, " 46"),
-                        FIELD(first.hidDevices[1]->wDescriptorLength, "")}));
+    EXPECT_TRUE(
+        Fields({FIELD(first.bInterfaceNumber, " 0"), FIELD(first.endpoints[0]->bEndpointAddress, " 0x81"),
+                FIELD(first.endpoints[1]->bEndpointAddress, ""), FIELD(first.hidDevices[0]->wDescriptorLength, " 46"),
+                FIELD(first.hidDevices[1]->wDescriptorLength, "")}));
     // The second interface is blank and holds the first endpoint block again.
-    EXPECT_TRUE(Fields({FIELD(second.bInterfaceNumber, ""), FIELD(second.bInterfaceClass, ""),
-                        FIELD(second.endpoints[0]->bEndpointAddress, " 0x81"),
-                        FIELD(second.endpoints[1]->bInterval, "")}));
+    EXPECT_TRUE(
+        Fields({FIELD(second.bInterfaceNumber, ""), FIELD(second.bInterfaceClass, ""),
+                FIELD(second.endpoints[0]->bEndpointAddress, " 0x81"), FIELD(second.endpoints[1]->bInterval, "")}));
 
     // An interface needs an endpoint line to close it: alone it is no record, ahead of another the later values
     // win.
@@ -219,15 +222,18 @@ TEST_F(LsusbParserTest, GatesFillOnlyTheFirstRecordOfALevel) {
     const struct {
         const char* cls;
         int hids, hubs;
-    } branches[] = {{"239 Miscellaneous Device", 1, 0}, {"39 Odd", 1, 0}, {"9 Hub", 0, 1}, {"8 Mass Storage", 0, 0},
+    } branches[] = {{"239 Miscellaneous Device", 1, 0},
+                    {"39 Odd", 1, 0},
+                    {"9 Hub", 0, 1},
+                    {"8 Mass Storage", 0, 0},
                     {"255 Vendor", 0, 0}};
     for (const auto& b : branches) {
         SCOPED_TRACE(b.cls);
         ResetLsusbState();
-        const USBInterfaces& i = *Parse(DeviceText(head + config + Iface("0", b.cls) + Hid("52") +
-                                                   Endpoint("0x81", "8") + hubPart + status))
-                                      .configurations.at(0)
-                                      ->interfaces.at(0);
+        const USBInterfaces& i =
+            *Parse(DeviceText(head + config + Iface("0", b.cls) + Hid("52") + Endpoint("0x81", "8") + hubPart + status))
+                 .configurations.at(0)
+                 ->interfaces.at(0);
         EXPECT_EQ(i.getNumHidObjects(), b.hids);
         ASSERT_EQ(i.getNumHubObjects(), b.hubs);
         EXPECT_EQ(i.getNumEndpointObjects(), 1);
@@ -241,16 +247,18 @@ TEST_F(LsusbParserTest, GatesFillOnlyTheFirstRecordOfALevel) {
 TEST_F(LsusbParserTest, NullRecordsAndKeywordsWithNothingBehindFail) {
     newUSBDevice device("");
     const std::string t = DeviceText(head + status);
-    const std::vector<std::function<void()>> calls = {
-        [&] { device.addInformationToDeviceNode(t, nullptr); },
-        [&] { device.addInformationToConfigNode(t, nullptr, t); },
-        [&] { device.addInformationToInterfaceNode(t, nullptr, t); },
-        [&] { device.addInformationToEndpointNode(t, nullptr, t); },
-        [&] { device.addInformationToHubNode(t, nullptr, t); },
-        [&] { device.addInformationToHidNode(t, nullptr, t); }, [&] { device.addInformationToDevice(t, nullptr); },
-        [&] { device.addInformationToConfig(t, nullptr); }, [&] { device.addInformationToInterface(t, nullptr); },
-        [&] { device.addInformationToEndpoint(t, nullptr); }, [&] { device.addInformationToHub(t, nullptr); },
-        [&] { device.addInformationToHid(t, nullptr); }};
+    const std::vector<std::function<void()>> calls = {[&] { device.addInformationToDeviceNode(t, nullptr); },
+                                                      [&] { device.addInformationToConfigNode(t, nullptr, t); },
+                                                      [&] { device.addInformationToInterfaceNode(t, nullptr, t); },
+                                                      [&] { device.addInformationToEndpointNode(t, nullptr, t); },
+                                                      [&] { device.addInformationToHubNode(t, nullptr, t); },
+                                                      [&] { device.addInformationToHidNode(t, nullptr, t); },
+                                                      [&] { device.addInformationToDevice(t, nullptr); },
+                                                      [&] { device.addInformationToConfig(t, nullptr); },
+                                                      [&] { device.addInformationToInterface(t, nullptr); },
+                                                      [&] { device.addInformationToEndpoint(t, nullptr); },
+                                                      [&] { device.addInformationToHub(t, nullptr); },
+                                                      [&] { device.addInformationToHid(t, nullptr); }};
     for (size_t i = 0; i < calls.size(); ++i) {
         try {
             calls[i]();

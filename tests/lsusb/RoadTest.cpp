@@ -32,10 +32,10 @@ TEST_F(LsusbRoadTest, TextIsCutIntoReformattedDeviceTexts) {
     // the last one twice as the buffer is not cleared.
     const std::string odd = "Bus 001 Device 001: ID 1:1\n iProduct 1 A\nBus 001 Device 002: ID 2:2\nDevice Status: 1\n"
                             "the Bus, the Device and the ID\nDevice Status: 2\nBus 002 Device 001: ID 1d6b:0001\n";
-    EXPECT_EQ(DeviceTexts(odd), (std::vector<std::string>{
-                                    "Bus 001 Device 001: ID 1:1\n iProduct 1 A\n Bus 001 Device 002: ID 2:2\n"
-                                    " Device Status: 1\n ",
-                                    "the Bus, the Device and the ID\n Device Status: 2\n "}));
+    EXPECT_EQ(DeviceTexts(odd),
+              (std::vector<std::string>{"Bus 001 Device 001: ID 1:1\n iProduct 1 A\n Bus 001 Device 002: ID 2:2\n"
+                                        " Device Status: 1\n ",
+                                        "the Bus, the Device and the ID\n Device Status: 2\n "}));
     LiteralReader counted(odd);
     EXPECT_EQ(getNumberOfUSBDevices(counted), 5);
 }
@@ -96,10 +96,9 @@ TEST(LsusbRecords, RecordsOwnTheirChildren) {
 
 TEST_F(LsusbRoadTest, StoredFormsHoldTheStringsOnly) {
     auto fields = [](USBDevicesNode& n) {
-        return std::vector<std::string*>{&n.bLength,         &n.bDescriptorType, &n.bcdUSB,
-                                         &n.bDeviceClass,    &n.bDeviceSubClass, &n.bDeviceProtocol,
-                                         &n.bMaxPacketSize0, &n.idVendor,        &n.idProduct,
-                                         &n.bcdDevice,       &n.iManufacturer,   &n.iProduct,
+        return std::vector<std::string*>{&n.bLength,         &n.bDescriptorType,    &n.bcdUSB,          &n.bDeviceClass,
+                                         &n.bDeviceSubClass, &n.bDeviceProtocol,    &n.bMaxPacketSize0, &n.idVendor,
+                                         &n.idProduct,       &n.bcdDevice,          &n.iManufacturer,   &n.iProduct,
                                          &n.iSerial,         &n.bNumConfigurations, &n.deviceStatus};
     };
     // A device keeps its node's strings and the caption counter, not its text nor the node's children.

@@ -32,7 +32,9 @@ struct TestLeaf : TestBase {
     const char* GetRealClassName() const override { return "TestLeaf"; }
 };
 
-struct LeafByText { bool operator()(const TestLeaf* a, const TestLeaf* b) const { return a->text < b->text; } };
+struct LeafByText {
+    bool operator()(const TestLeaf* a, const TestLeaf* b) const { return a->text < b->text; }
+};
 
 struct TestNode : TestBase {
     std::string name;
@@ -134,7 +136,9 @@ std::unique_ptr<T> Load(iptstream in) {
     return std::unique_ptr<T>(object);
 }
 template <class T>
-std::unique_ptr<T> Load(const std::string& bytes) { return Load<T>(iptstream::FromMemory(bytes)); }
+std::unique_ptr<T> Load(const std::string& bytes) {
+    return Load<T>(iptstream::FromMemory(bytes));
+}
 
 // The detail of the PersistenceError that `read` throws, or "no error".
 template <class F>
@@ -234,7 +238,8 @@ TEST(Persist, StateFileIsWrittenOnCloseOrDestructionAndForeignFilesAreRefused) {
     EXPECT_TRUE(out.close() && out.close());
     EXPECT_EQ(contents(), out.GetBuffer());
 
-    std::ofstream(path, std::ios::binary) << "\x7f" "ELF another program's data";
+    std::ofstream(path, std::ios::binary) << "\x7f"
+                                             "ELF another program's data";
     for (const std::string& unreadable : {path, ::testing::TempDir(), path + ".missing"})
         EXPECT_EQ(Failure([&] { Load<TestNode>(iptstream(unreadable)); }), "not a readable state file");
     std::remove(path.c_str());

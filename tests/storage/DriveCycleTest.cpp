@@ -180,7 +180,7 @@ TEST(DriveCycle, RefusalsComeBeforeAnyWriteAndAFailedRestoreNamesTheSavedBytes) 
               "Could not locate files|");
     {
         // A write directory without room for the copy (here: a file size limit) refuses the drive.
-        rlimit old {};
+        rlimit old{};
         getrlimit(RLIMIT_FSIZE, &old);
         const rlimit small{256, old.rlim_max};
         const auto oldSignal = signal(SIGXFSZ, SIG_IGN);

@@ -44,7 +44,8 @@ TEST(PortScan, CollectsStorageInterfacesOfTheOneBus) {
     // An over-long line comes in pieces and is no serial line; a last line
     // without its newline is not parsed; serials match exactly.
     const std::string root = "T:  Bus=03 Lev=00 Port=00 Spd=480\nS:  SerialNumber=R\n"
-                             "T:  Bus=03 Lev=01 Port=01 Spd=480\nS:  SerialNumber=" + std::string(300, 'a') + "\n";
+                             "T:  Bus=03 Lev=01 Port=01 Spd=480\nS:  SerialNumber=" +
+                             std::string(300, 'a') + "\n";
     EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)\n"), " :1:480");
     EXPECT_EQ(Scan("R", root + "I:  Cls=08(stor.)"), "");
     EXPECT_EQ(Scan("", root + "I:  Cls=08(stor.)\n"), "");
@@ -68,7 +69,8 @@ TEST(ScsiMapping, ToolAndProcTextGiveHostNodeAndDisk) {
 
     Map hosts;
     MapHostIDsFromText("/dev/sg0: scsi2 channel=0 id=0 lun=0 [em]\n/dev/sg1: scsi10 channel=0 id=0 lun=0\n"
-                       "/dev/sg9: scsi2 channel=0 id=0 lun=0\n", hosts);
+                       "/dev/sg9: scsi2 channel=0 id=0 lun=0\n",
+                       hosts);
     EXPECT_EQ(hosts, (Map{{"scsi2", "/dev/sg0"}, {"scsi10", "/dev/sg1"}}));
     EXPECT_THROW(MapHostIDsFromText("/dev/sg0: host2 channel=0\n", hosts), std::out_of_range);
 
@@ -98,12 +100,12 @@ TEST(MountTable, MountedDisksAndDirectories) {
     EXPECT_EQ(table[0].source, "/dev/sdb1");
     EXPECT_EQ(table[0].target, "/media/my stick");
     EXPECT_EQ(table[3].target, "/proc");
-    const std::pair<const char*, bool> disks[] = {{"/dev/sdb", true},  {"/dev/nvme0n1", true}, {"/dev/sdc", true},
-                                                  {"/dev/sd", false},  {"/dev/sdba", false},   {"/dev/sdd", false}};
+    const std::pair<const char*, bool> disks[] = {{"/dev/sdb", true}, {"/dev/nvme0n1", true}, {"/dev/sdc", true},
+                                                  {"/dev/sd", false}, {"/dev/sdba", false},   {"/dev/sdd", false}};
     for (const auto& [disk, mounted] : disks) EXPECT_EQ(IsDeviceOrPartitionMounted(table, disk), mounted) << disk;
-    const std::pair<const char*, bool> dirs[] = {{"/media/my stick", true},   {"/media/my stick/", true},
-                                                 {"/mnt/other", true},        {"/media/my stick2", false},
-                                                 {"/media/my", false},        {"/mnt/oth", false}};
+    const std::pair<const char*, bool> dirs[] = {{"/media/my stick", true}, {"/media/my stick/", true},
+                                                 {"/mnt/other", true},      {"/media/my stick2", false},
+                                                 {"/media/my", false},      {"/mnt/oth", false}};
     for (const auto& [dir, mounted] : dirs) EXPECT_EQ(HasMountAtOrBelow(table, dir), mounted) << dir;
     EXPECT_FALSE(HasMountAtOrBelow(ParseMountTable(""), "/mnt/usbdrive"));
 

@@ -164,7 +164,8 @@ TEST(FileWriteCompareSteps, CatalogueAndCompare) {
     original.reset();
     EXPECT_EQ(static_cast<::Test*>(copy.get())->GetXmlString(),
               "<test name=\"FileWriteCompareTest\" caption=\"USB File Write Compare Test\" "
-              "description=\"USB File Write Compare Test\" " + head +
+              "description=\"USB File Write Compare Test\" " +
+                  head +
                   "<parameter name=\"userPrompt\" caption=\"User Prompt\" description=\"User Prompt\" "
                   "type=\"string\" defaultValue=\"Please insert the USB drive keys into unit.\"/></test>");
 
@@ -203,7 +204,8 @@ TEST(FileCompare, OutcomesInTheirOrder) {
     };
     for (const auto& [a, b, span, outcome] : cases)
         EXPECT_EQ(ErrorOf([&] { CompareFileContents(a, b, "failed for drive X", span); }),
-                  outcome == "passed" ? outcome : outcome + "|failed for drive X") << b;
+                  outcome == "passed" ? outcome : outcome + "|failed for drive X")
+            << b;
 }
 
 // Past the page cache, on /tmp and on tmpfs, whichever road each takes: a length that ends inside a block.

@@ -28,8 +28,10 @@ TEST_F(UsbDeviceTest, FieldModeGivesOneDevicePerNodeAndNumbersAreReused) {
     ASSERT_EQ(devices.size(), 3u);
     const int d = USBDevice::fieldDeviceCounter, h = USBDevice::fieldHubCounter;
     const std::vector<XmlObject> xml = IdentifyAll();
-    EXPECT_EQ(Summary(xml[1]), "USB Device " + N(d + 2) + " /          SanDisk  Cruzer {TypeInfo=2.00;SpeedInfo=480 "
-                               "MBit/s;portNum=3;} []") << "only controllers offer tests";
+    EXPECT_EQ(Summary(xml[1]), "USB Device " + N(d + 2) +
+                                   " /          SanDisk  Cruzer {TypeInfo=2.00;SpeedInfo=480 "
+                                   "MBit/s;portNum=3;} []")
+        << "only controllers offer tests";
     EXPECT_EQ(PropertyCaption(xml[1], "portNum"), "Hub Number " + N(h + 1) + " portNum");
     EXPECT_EQ(Properties(xml[2])[2].second, N(h + 2)) << "the second controller's hub number";
     // A device that goes leaves its number to the next discovery.
@@ -48,8 +50,9 @@ TEST_F(UsbDeviceTest, FactoryModeGivesAnEntryPerPort) {
     ASSERT_EQ(devices.size(), 10u);
     EXPECT_EQ(devices[1]->node, devices[0]->TreeTop()) << "the root stands for an empty port";
     const std::string c1 = N(USBDevice::factoryHubCounter + 1);
-    EXPECT_EQ(Summary(IdentifyAll()[3]), "USB Controller " + c1 + " Port 3 / USB Port {DeviceConnected=Yes;"
-                                         "DeviceType=Cruzer;TypeInfo=2.00;SpeedInfo=480 MBit/s;} []");
+    EXPECT_EQ(Summary(IdentifyAll()[3]), "USB Controller " + c1 +
+                                             " Port 3 / USB Port {DeviceConnected=Yes;"
+                                             "DeviceType=Cruzer;TypeInfo=2.00;SpeedInfo=480 MBit/s;} []");
     // An external hub stands as a controller of its own behind its port entry
     // (the store tests check the tree of this machine after a round trip).
     component.PurgeDevices();
@@ -90,8 +93,8 @@ TEST_F(UsbDeviceTest, CatalogueTemplateInBothModes) {
         EXPECT_EQ(device.GetAttributeValue(xmldef::class_x), "usbDevice");
         EXPECT_EQ(device.GetAttributeValue(xmldef::category), "Communication|USB Controller(s)");
         const std::string factoryTests = "rootHubTest descTest usbLoopbackTest FileWriteCompareTest ";
-        EXPECT_EQ(Summary(device), "USB Device / USB Device {} [" +
-                                       (mode ? factoryTests : "rootHubTest FileWriteCompareTest ") + "]");
+        EXPECT_EQ(Summary(device),
+                  "USB Device / USB Device {} [" + (mode ? factoryTests : "rootHubTest FileWriteCompareTest ") + "]");
     }
     EXPECT_TRUE(component.devices.empty()) << "the catalogue discovers nothing";
 }
@@ -109,8 +112,8 @@ TEST_F(UsbDeviceTest, RootHubProbeWithoutTheNode) {
             test.DoRun(XmlObject("<runTest/>"));
             ADD_FAILURE() << "the test must fail";
         } catch (const TvkError& error) {
-            EXPECT_EQ(error.GetMessage(), under == &device ? "Unable to detect root hub"
-                                                           : "No USB device associated with this USB test!");
+            EXPECT_EQ(error.GetMessage(),
+                      under == &device ? "Unable to detect root hub" : "No USB device associated with this USB test!");
         }
     }
 }

@@ -88,8 +88,8 @@ TEST_F(ParserTest, TreesOfKernelText) {
     USBnode* external = root->children[0]->children[0];
     const std::string hubName = "General Purpose USB Hub", mouse = "Optical USB Mouse";
     ExpectNode(external, {hubName, hubName, "", full, " 1.10", hub, usbKindHub, 4});
-    ExpectNode(external->children[2], {mouse, mouse, "Logitech", "1.5 MBit/s", " 1.10", "USB hid",
-                                       usbKindInterfaceDevice, 0});
+    ExpectNode(external->children[2],
+               {mouse, mouse, "Logitech", "1.5 MBit/s", " 1.10", "USB hid", usbKindInterfaceDevice, 0});
     EXPECT_EQ(root->children[0]->bandwidth->percent, 2);
 
     // Spd=5000, '*' on active lines, A: lines, a blank first line.
@@ -120,7 +120,7 @@ TEST_F(ParserTest, OutOfRangeTextFailsWithItsText) {
         {device + "Port=00\n", discoveryError, ""},
         {"T:  Bus=01 Lev=32 Port=00 MxCh= 0\n", levelError, ""},
         {"T:  Bus=01 Lev=-1 Port=00 MxCh= 0\n", levelError, ""},
-        {"T:  Bus=01 Lev=4294967296 Port=00 MxCh= 0\n", levelError, ""},  // must not wrap into range
+        {"T:  Bus=01 Lev=4294967296 Port=00 MxCh= 0\n", levelError, ""},         // must not wrap into range
         {rootHub1 + "T:  Bus=02 Lev=01 Port=00 MxCh= 0\n", discoveryError, ""},  // a new bus forgets the old hubs
         // no ports, no parent
         {"T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=480  MxCh= 0\n", discoveryError, ""},
@@ -152,7 +152,8 @@ TEST_F(ParserTest, EmptyUnreadableAndOverlongText) {
     // last line without a newline is dropped.
     root = Parse("S:  Product=" + std::string(243, 'x') +
                  "T:  Bus=01 Lev=00 Prnt=00 Port=00 Cnt=00 Dev#=  1 Spd=12   MxCh= 2\n"
-                 "S:  Product=" + std::string(600, 'P') + "\nT:  Bus=01 Lev=01 Port=00 MxCh= 0");
+                 "S:  Product=" +
+                 std::string(600, 'P') + "\nT:  Bus=01 Lev=01 Port=00 MxCh= 0");
     ASSERT_EQ(root->maxChildren, 1);
     EXPECT_EQ(root->children[0]->children[0], nullptr);
     EXPECT_EQ(root->children[0]->product, "");

@@ -10,7 +10,8 @@ public:
     ForgedUSBDevice(USBnode* top, USBnode* node) : top(top), node(node) {}
     void ReadAndWrite(ptstream& stream, direction, unsigned int) override {
         optstream& out = static_cast<optstream&>(stream);
-        out << std::string("usbDevice") << false << "c" << "d" << uint32_t(0) << uint32_t(0) << uint32_t(0) << top;
+        out << std::string("usbDevice") << false << "c"
+            << "d" << uint32_t(0) << uint32_t(0) << uint32_t(0) << top;
         out.WriteReference(node);
         out << true;
     }

@@ -7,8 +7,8 @@
 
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include "common/TestHooks.h"
@@ -68,8 +68,10 @@ public:
     bool Exists(const std::string& name) const { return std::filesystem::exists(Path(name)); }
     // A shell script `name` that logs its arguments, each in brackets, to Calls().
     void Stub(const std::string& name, const std::string& body) const {
-        const std::string log = "{ printf '%s' '" + name + "'; for a in \"$@\"; do printf ' [%s]' \"$a\"; "
-                                "done; echo; } >> '" + Path("calls.log") + "'\n";
+        const std::string log = "{ printf '%s' '" + name +
+                                "'; for a in \"$@\"; do printf ' [%s]' \"$a\"; "
+                                "done; echo; } >> '" +
+                                Path("calls.log") + "'\n";
         chmod(Write("stubs/" + name, "#!/bin/sh\n" + log + body + "\n").c_str(), 0755);
         setenv("PATH", (Path("stubs") + ":" + oldPath).c_str(), 1);
     }

@@ -114,15 +114,18 @@ std::string Ehci(std::vector<uint32_t> bars) { return Config(0x20, 0x03, 0x0C, b
 // A catalogue element; `flags` are complete, singleThread and fieldtest.
 std::string Element(const std::string& head, const char* flags, const std::string& parameters) {
     return "<test " + head + " interactive=\"1\" requiresMedia=\"0\" requiresEquipment=\"1\" quick=\"0\" complete=\"" +
-           flags[0] + "\" requiresWindow=\"0\" localOnly=\"0\" singleThread=\"" + flags[1] + "\" destructive=\"0\" "
-           "romTest=\"0\" fieldtest=\"" + flags[2] + "\"><parameter name=\"retries\" caption=\"Retries\" "
+           flags[0] + "\" requiresWindow=\"0\" localOnly=\"0\" singleThread=\"" + flags[1] +
+           "\" destructive=\"0\" "
+           "romTest=\"0\" fieldtest=\"" +
+           flags[2] +
+           "\"><parameter name=\"retries\" caption=\"Retries\" "
            "description=\"Number of retries if test fails\" type=\"int\" min=\"0\" max=\"5\" defaultValue=\"1\"/>" +
            parameters + "</test>";
 }
 std::string Param(const std::string& name, const std::string& caption, const std::string& description,
                   const std::string& rest) {
-    return "<parameter name=\"" + name + "\" caption=\"" + caption + "\" description=\"" + description +
-           "\" type=\"" + rest + "/>";
+    return "<parameter name=\"" + name + "\" caption=\"" + caption + "\" description=\"" + description + "\" type=\"" +
+           rest + "/>";
 }
 
 }  // namespace
@@ -136,19 +139,20 @@ TEST_F(UsbTestsTest, CatalogueElements) {
     EXPECT_EQ(desc.GetXmlString(),
               Element("name=\"descTest\" caption=\"USB Descriptor Test\" "
                       "description=\"Run a USB descriptor test with USB loopback\"",
-                      "010", Param("usbLoopback", "Number of Loopback", "Input the number of USB loopback",
-                                       "int\" defaultValue=\"0\" min=\"0\" max=\"4\"") +
-                                 Param("VendorID", "Vendor ID", "Vendor ID", "string\" defaultValue=\"0\"") +
-                                 Param("DeviceID", "Product ID", "Product ID", "string\" defaultValue=\"0\"")));
+                      "010",
+                      Param("usbLoopback", "Number of Loopback", "Input the number of USB loopback",
+                            "int\" defaultValue=\"0\" min=\"0\" max=\"4\"") +
+                          Param("VendorID", "Vendor ID", "Vendor ID", "string\" defaultValue=\"0\"") +
+                          Param("DeviceID", "Product ID", "Product ID", "string\" defaultValue=\"0\"")));
     EXPECT_EQ(loopback.GetXmlString(),
               Element("name=\"usbLoopbackTest\" caption=\"USB 2.0 Loopback Test\" "
                       "description=\"Factory USB 2.0 loopback speed test\"",
-                      "101", Param("numberdevices", "Number of USB devices to test", "Number of USB devices to test",
-                                       "int\" defaultValue=\"0\" min=\"0\" max=\"8\"")));
-    EXPECT_EQ(speed.GetXmlString(),
-              Element("name=\"speedTest\" caption=\"USB 2.0 Speed Test\" "
-                      "description=\"Run speed check on USB 2.0 Bus\"",
-                      "010", ""));
+                      "101",
+                      Param("numberdevices", "Number of USB devices to test", "Number of USB devices to test",
+                            "int\" defaultValue=\"0\" min=\"0\" max=\"8\"")));
+    EXPECT_EQ(speed.GetXmlString(), Element("name=\"speedTest\" caption=\"USB 2.0 Speed Test\" "
+                                            "description=\"Run speed check on USB 2.0 Bus\"",
+                                            "010", ""));
     EXPECT_FALSE(desc.LocksDevice());
     EXPECT_FALSE(loopback.LocksDevice());
     EXPECT_FALSE(speed.LocksDevice());
@@ -273,7 +277,7 @@ TEST_F(UsbTestsTest, SpeedTestWantsAFiveWithinTwelveBytesOfAnEhciController) {
     Function("0000:00:1f.0", Config(0x20, 0x03, 0x0D, {0x4000}));  // not a serial bus controller
     EXPECT_EQ(Run(test, ""), (Outcome{"failed", "Speed test failure"})) << "none of these is EHCI";
     Function("0000:03:00.0", Ehci({0, 0, 0x2000}));  // the first non-zero register is the third
-    Memory(0x2040, "xxxxxxxxxxx5");                   // the last of the twelve bytes
+    Memory(0x2040, "xxxxxxxxxxx5");                  // the last of the twelve bytes
     UsePaths("no-such-memory");
     EXPECT_EQ(Run(test, ""), (Outcome{"failed", "Speed test failure"})) << "memory cannot be read";
     UsePaths("mem");

@@ -89,8 +89,8 @@ bool MakeProcBusUsb(std::string& error) {
 
 }  // namespace
 
-bool EnterKernelPaths(const std::string& devicesSource, const std::string& usbfsSource,
-                      std::vector<std::string>& notes, std::string& error) {
+bool EnterKernelPaths(const std::string& devicesSource, const std::string& usbfsSource, std::vector<std::string>& notes,
+                      std::string& error) {
     if (geteuid() != 0) {
         error = "--kernel-paths needs root: it mounts the kernel's USB files under /proc/bus/usb in a private "
                 "mount namespace";

@@ -13,7 +13,7 @@ namespace host {
 // /proc/bus/usb/devices and each bus folder of `usbfsSource` at
 // /proc/bus/usb/BBB. On failure returns false with the reason in `error`;
 // `notes` tells what was done, and what is missing but not fatal.
-bool EnterKernelPaths(const std::string& devicesSource, const std::string& usbfsSource,
-                      std::vector<std::string>& notes, std::string& error);
+bool EnterKernelPaths(const std::string& devicesSource, const std::string& usbfsSource, std::vector<std::string>& notes,
+                      std::string& error);
 
 }  // namespace host

@@ -15,8 +15,24 @@ namespace host {
 namespace {
 
 enum LongOnly {
-    Library = 256, Component, State, LanguageOption, Debug, Factory, DiagsMedium, Xml, Answer, PromptTimeoutOption,
-    Serial, Station, Operator, KernelPaths, DevicesSource, UsbfsSource, Junit, Json
+    Library = 256,
+    Component,
+    State,
+    LanguageOption,
+    Debug,
+    Factory,
+    DiagsMedium,
+    Xml,
+    Answer,
+    PromptTimeoutOption,
+    Serial,
+    Station,
+    Operator,
+    KernelPaths,
+    DevicesSource,
+    UsbfsSource,
+    Junit,
+    Json
 };
 
 const option longOptions[] = {
@@ -66,8 +82,7 @@ std::string OptionError(char** argv, int code, int index) {
         for (const option* o = longOptions; o->name; ++o)
             if (!name.empty() && std::strncmp(o->name, name.c_str(), name.size()) == 0)
                 matches += std::string(matches.empty() ? "" : ", ") + "--" + o->name;
-        if (matches.find(',') != std::string::npos)
-            return Format(tr("option %s is ambiguous: %s"), {given, matches});
+        if (matches.find(',') != std::string::npos) return Format(tr("option %s is ambiguous: %s"), {given, matches});
         if (std::string(argv[index - 1]).find('=') != std::string::npos && !matches.empty())
             return Format(tr("%s takes no value"), {matches});
     }

@@ -12,9 +12,9 @@ struct Command {
     enum Kind { Catalog, Discover, RunTest, Cancel, Diagnose, Version, RawXml, RunClass };
     Kind kind = RawXml;
     std::string device;
-    std::string test;                                              // RunClass: the class
+    std::string test;                                             // RunClass: the class
     std::vector<std::pair<std::string, std::string>> parameters;  // name=value, in order
-    std::string xml;                                               // RawXml only
+    std::string xml;                                              // RawXml only
     bool ActsOnDevices() const { return kind == RunTest || kind == Cancel || kind == Diagnose || kind == RunClass; }
 };
 

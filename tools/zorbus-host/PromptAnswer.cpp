@@ -27,8 +27,7 @@ bool AllDigits(const std::string& text) {
 
 }  // namespace
 
-PromptChoice ChoosePromptAnswer(const std::string& answer, const std::vector<std::string>& buttons,
-                                bool buttonPrompt) {
+PromptChoice ChoosePromptAnswer(const std::string& answer, const std::vector<std::string>& buttons, bool buttonPrompt) {
     PromptChoice choice;
     if (!buttonPrompt || buttons.empty()) {
         choice.valid = true;

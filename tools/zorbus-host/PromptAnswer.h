@@ -17,7 +17,6 @@ struct PromptChoice {
 // `buttons`: the captions of the prompt's options; a prompt of type "button"
 // with options is answered by position (a 1-based number or a caption, case
 // ignored); any other prompt takes the text as it is.
-PromptChoice ChoosePromptAnswer(const std::string& answer, const std::vector<std::string>& buttons,
-                                bool buttonPrompt);
+PromptChoice ChoosePromptAnswer(const std::string& answer, const std::vector<std::string>& buttons, bool buttonPrompt);
 
 }  // namespace host

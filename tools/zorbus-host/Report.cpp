@@ -51,8 +51,10 @@ std::string Clean(const std::string& text, bool forXml) {
             ++i;
             continue;
         }
-        if (forXml && c < 0x20 && c != '\t' && c != '\n' && c != '\r') out += replacement;
-        else out.append(text, i, length);
+        if (forXml && c < 0x20 && c != '\t' && c != '\n' && c != '\r')
+            out += replacement;
+        else
+            out.append(text, i, length);
         i += length;
     }
     return out;
@@ -94,8 +96,8 @@ std::string ErrorText(const pugi::xml_node& error) {
 
 // How a record ended, read from its answer; the same words in both reports.
 struct Verdict {
-    std::string result;  // passed, failed, canceled, blocked; ok, error; stopped, unfinished
-    std::string error;   // the component's error texts, or why there is no result
+    std::string result;   // passed, failed, canceled, blocked; ok, error; stopped, unfinished
+    std::string error;    // the component's error texts, or why there is no result
     bool isCase = false;  // a test or a diagnosis: a JUnit test case
     std::string device, test;
 };
@@ -149,9 +151,10 @@ std::string LogLines(const Record& record) {
             lines += "prompt: " + Trim(root.text().get());
             if (prompts < record.prompts.size()) {
                 const PromptRecord& prompt = record.prompts[prompts++];
-                lines += "\nanswer: " + (prompt.answer.empty() && prompt.by != "--answer" && prompt.by != "operator"
-                                             ? "(" + prompt.by + ")"
-                                             : prompt.answer + " (" + prompt.by + ")") +
+                lines += "\nanswer: " +
+                         (prompt.answer.empty() && prompt.by != "--answer" && prompt.by != "operator"
+                              ? "(" + prompt.by + ")"
+                              : prompt.answer + " (" + prompt.by + ")") +
                          " after " + Seconds(prompt.seconds) + " s";
             }
         } else {
@@ -241,9 +244,7 @@ void Report::SetProperty(const std::string& name, const std::string& value) {
     properties.emplace_back(name, value);
 }
 
-double Report::Now() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
-}
+double Report::Now() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count(); }
 
 void Report::Begin(const Command& command, const std::string& xml) {
     std::lock_guard<std::recursive_mutex> hold(lock);
@@ -328,8 +329,9 @@ std::string Report::Junit() const {
                        XmlText(message, false) + "</failure>\n";
             ++suite->failures;
         } else if (verdict.result == "canceled" || verdict.result == "blocked") {
-            element += "      <skipped" + Attribute("message", verdict.result + (verdict.error.empty() ? "" : ": " +
-                                                                                   verdict.error)) + "/>\n";
+            element += "      <skipped" +
+                       Attribute("message", verdict.result + (verdict.error.empty() ? "" : ": " + verdict.error)) +
+                       "/>\n";
             ++suite->skipped;
         } else if (verdict.result != "passed") {
             element += "      <error" + Attribute("message", message) + Attribute("type", verdict.result) + ">" +
@@ -344,8 +346,8 @@ std::string Report::Junit() const {
     }
     std::string propertyList;
     for (const auto& property : properties)
-        propertyList += "      <property" + Attribute("name", property.first) + Attribute("value", property.second) +
-                        "/>\n";
+        propertyList +=
+            "      <property" + Attribute("name", property.first) + Attribute("value", property.second) + "/>\n";
     std::string body;
     for (const Suite& suite : suites) {
         body += "  <testsuite" + Attribute("name", suite.device) + Attribute("tests", std::to_string(suite.tests)) +
@@ -406,14 +408,17 @@ std::string Report::Json() const {
         }
         text += std::string(record.prompts.empty() ? "" : "\n      ") + "]\n    }";
         if (verdict.isCase) {
-            if (verdict.result == "passed") ++passed;
-            else if (verdict.result == "canceled") ++canceled;
-            else ++failed;
+            if (verdict.result == "passed")
+                ++passed;
+            else if (verdict.result == "canceled")
+                ++canceled;
+            else
+                ++failed;
         }
     }
-    return text + std::string(records.empty() ? "" : "\n  ") + "],\n  \"summary\": {\"passed\": " +
-           std::to_string(passed) + ", \"failed\": " + std::to_string(failed) + ", \"canceled\": " +
-           std::to_string(canceled) + "}\n}\n";
+    return text + std::string(records.empty() ? "" : "\n  ") +
+           "],\n  \"summary\": {\"passed\": " + std::to_string(passed) + ", \"failed\": " + std::to_string(failed) +
+           ", \"canceled\": " + std::to_string(canceled) + "}\n}\n";
 }
 
 }  // namespace host

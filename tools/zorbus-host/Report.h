@@ -38,9 +38,9 @@ struct Record {
     std::string answer;   // empty until it ends
     std::vector<ReportEvent> events;
     std::vector<PromptRecord> prompts;
-    std::string startedAt;                     // UTC, ISO 8601
-    double started = 0, ended = -1;            // seconds since the run began; -1: not ended
-    std::string stopped;                       // why the run ended during this command
+    std::string startedAt;           // UTC, ISO 8601
+    double started = 0, ended = -1;  // seconds since the run began; -1: not ended
+    std::string stopped;             // why the run ended during this command
     bool Ended() const { return ended >= 0; }
 };
 
@@ -82,7 +82,7 @@ private:
     std::string stopped;
     int status = -1;  // -1 while the run goes on
     double ended = -1;
-    bool warned = false;  // about a report that cannot be written
+    bool warned = false;                // about a report that cannot be written
     mutable std::recursive_mutex lock;  // events may come from a prompt's own thread
 };
 

@@ -280,8 +280,7 @@ host::Result Execute(const Command& command, Knowledge& knowledge, bool brief = 
         } else {
             result = display->Answer(command, answer);
         }
-        if (knowledge.devices.empty())
-            Note(tr("warning: discovery found no USB devices"));
+        if (knowledge.devices.empty()) Note(tr("warning: discovery found no USB devices"));
         return result;
     }
     return display->Answer(command, answer);

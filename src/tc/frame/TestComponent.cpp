@@ -33,8 +33,7 @@ static Device* Found(Device* device, const std::string& name) {
 // A result element with its attributes in the order given and the error's
 // element as its one child: the dispatcher's answer when a test or
 // diagnosis command cannot reach its device.
-static std::string ErrorResult(const char* name,
-                               std::initializer_list<std::pair<const char*, std::string>> attributes,
+static std::string ErrorResult(const char* name, std::initializer_list<std::pair<const char*, std::string>> attributes,
                                const TvkError& error) {
     XmlObject result;
     result.name = name;
@@ -189,8 +188,11 @@ std::string TestComponent::RunTest(XmlObject& command) {
     try {
         return Found(FindDevice(deviceName), deviceName)->RunTest(command);
     } catch (TvkError& error) {
-        return ErrorResult(xmldef::testResult, {{xmldef::device, deviceName}, {xmldef::test, testName},
-                                                {xmldef::component, component}, {xmldef::currentState, xmldef::failed}},
+        return ErrorResult(xmldef::testResult,
+                           {{xmldef::device, deviceName},
+                            {xmldef::test, testName},
+                            {xmldef::component, component},
+                            {xmldef::currentState, xmldef::failed}},
                            error);
     }
 }
@@ -222,8 +224,11 @@ std::string TestComponent::RunDiagnosis(XmlObject& command) {
     try {
         return Found(FindDevice(deviceName), deviceName)->RunDiagnosis(command);
     } catch (TvkError& error) {
-        return ErrorResult(xmldef::diagOutput, {{xmldef::type, "diagnosisResult"}, {xmldef::component, component},
-                                                {xmldef::device, deviceName}, {xmldef::currentState, xmldef::failed}},
+        return ErrorResult(xmldef::diagOutput,
+                           {{xmldef::type, "diagnosisResult"},
+                            {xmldef::component, component},
+                            {xmldef::device, deviceName},
+                            {xmldef::currentState, xmldef::failed}},
                            error);
     }
 }

@@ -27,8 +27,7 @@ public:
     InterfaceRole role = parentRole;
 
     Interface() = default;
-    Interface(const std::string& name, const std::string& caption, const std::string& description,
-              InterfaceRole role);
+    Interface(const std::string& name, const std::string& caption, const std::string& description, InterfaceRole role);
 
     void ReadAndWrite(ptstream& stream, direction dir, unsigned int version) override;
     void CopyFromPointer(const Persistent* other) override;

@@ -50,7 +50,8 @@ std::string Device::RunDiagnosis(XmlObject& command) {
     XmlObject report;
     report.name = "diagnosisResult";
     report.SetAttribute(xmldef::device, name);
-    report.SetAttribute(xmldef::caption, strprintf(Translate("Device Diagnosis for %s").c_str(), DisplayName().c_str()));
+    report.SetAttribute(xmldef::caption,
+                        strprintf(Translate("Device Diagnosis for %s").c_str(), DisplayName().c_str()));
     const uint64_t start = TickTimer::GetCurrentTimeInTicks();
 
     bool allPassed = true;

@@ -35,9 +35,8 @@ public:
     // The helpers add to `result`; a null device means this diagnosis's own.
     void AddInfo(XmlObject& result, const std::string& caption, Device* device = nullptr);
     void AddWarning(XmlObject& result, const std::string& message, const std::string& detail);
-    void AddError(XmlObject& result, const std::string& message, const std::string& detail,
-                  Device* device = nullptr);
-    void AddAction(XmlObject& result, const std::string& action, const std::string& caption,
-                   Device* device = nullptr, Device* subDevice = nullptr);
+    void AddError(XmlObject& result, const std::string& message, const std::string& detail, Device* device = nullptr);
+    void AddAction(XmlObject& result, const std::string& action, const std::string& caption, Device* device = nullptr,
+                   Device* subDevice = nullptr);
     void AddFormattedTextFile(XmlObject& result, const std::string& filename);
 };

@@ -19,13 +19,21 @@ template <class T>
 using Unsigned = typename std::make_unsigned<T>::type;
 
 template <class T>
-T wrapAdd(T a, T b) { return static_cast<T>(static_cast<Unsigned<T>>(a) + static_cast<Unsigned<T>>(b)); }
+T wrapAdd(T a, T b) {
+    return static_cast<T>(static_cast<Unsigned<T>>(a) + static_cast<Unsigned<T>>(b));
+}
 template <class T>
-T wrapSub(T a, T b) { return static_cast<T>(static_cast<Unsigned<T>>(a) - static_cast<Unsigned<T>>(b)); }
+T wrapSub(T a, T b) {
+    return static_cast<T>(static_cast<Unsigned<T>>(a) - static_cast<Unsigned<T>>(b));
+}
 template <class T>
-T wrapMul(T a, T b) { return static_cast<T>(static_cast<Unsigned<T>>(a) * static_cast<Unsigned<T>>(b)); }
+T wrapMul(T a, T b) {
+    return static_cast<T>(static_cast<Unsigned<T>>(a) * static_cast<Unsigned<T>>(b));
+}
 template <class T>
-T wrapShift(T a, unsigned int bits) { return static_cast<T>(static_cast<Unsigned<T>>(a) << bits); }
+T wrapShift(T a, unsigned int bits) {
+    return static_cast<T>(static_cast<Unsigned<T>>(a) << bits);
+}
 // The one quotient that does not fit wraps like the others.
 template <class T>
 T wrapDiv(T a, T b) {
@@ -89,8 +97,8 @@ XmlObject NumericParameter<T>::ToXml() {
 }
 
 template <class T>
-void NumericParameter<T>::Set(std::string newName, std::string newCaption, std::string newDescription,
-                              T newDefault, T newMin, T newMax) {
+void NumericParameter<T>::Set(std::string newName, std::string newCaption, std::string newDescription, T newDefault,
+                              T newMin, T newMax) {
     Parameter::Set(newName, newCaption, newDescription);
     defaultNumber = newDefault;
     min = newMin;

@@ -34,8 +34,8 @@ void Parameter::Set(std::string newName, std::string newCaption, std::string new
 
 // ---- StringParameter ----
 
-StringParameter::StringParameter(const std::string& name, const std::string& caption,
-                                 const std::string& description, const std::string& defaultValue)
+StringParameter::StringParameter(const std::string& name, const std::string& caption, const std::string& description,
+                                 const std::string& defaultValue)
     : Parameter(name, caption, description), defaultValue(defaultValue) {}
 
 void StringParameter::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {

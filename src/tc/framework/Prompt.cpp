@@ -7,13 +7,9 @@
 
 Prompt::~Prompt() = default;
 
-void Prompt::WriteEventLog(std::string title, std::string text) {
-    outlet::WriteLog(title, text);
-}
+void Prompt::WriteEventLog(std::string title, std::string text) { outlet::WriteLog(title, text); }
 
-std::string Prompt::GetPromptResponse(std::string xml) {
-    return outlet::SendEvent(xml);
-}
+std::string Prompt::GetPromptResponse(std::string xml) { return outlet::SendEvent(xml); }
 
 std::string Prompt::PromptUserText(const std::string& text, std::vector<std::string>& promptOptions,
                                    const std::string& type, const std::string& width, const std::string& height) {
@@ -58,12 +54,12 @@ std::string Prompt::PromptUserText(const std::string& text, std::vector<std::str
 
 SuperLEDItems SuperLEDPrompt::getItems() {
     static const char* const table[][3] = {
-        {"Keyboard", "kbDevice.BMP", "k"},        {"Hard Drive", "HDSCSI.BMP", "h"},
-        {"CDROM Drive", "cdrom.BMP", "c"},        {"Floppy Drive", "diskette.BMP", "f"},
-        {"Tape Drive", "TAPE.BMP", "t"},          {"Zip Drive", "zipDrive.BMP", "z"},
-        {"DVD Drive", "DVD.BMP", "v"},            {"Green Power LED", "PowerLed.BMP", "p"},
-        {"Red Power LED", "PowerLed.BMP", "l"},   {"CDRW Drive", "CDRWM.BMP", "r"},
-        {"DVDRW Drive", "DVD.BMP", "w"},          {"Combo Drive", "cdrom.BMP", "m"},
+        {"Keyboard", "kbDevice.BMP", "k"},      {"Hard Drive", "HDSCSI.BMP", "h"},
+        {"CDROM Drive", "cdrom.BMP", "c"},      {"Floppy Drive", "diskette.BMP", "f"},
+        {"Tape Drive", "TAPE.BMP", "t"},        {"Zip Drive", "zipDrive.BMP", "z"},
+        {"DVD Drive", "DVD.BMP", "v"},          {"Green Power LED", "PowerLed.BMP", "p"},
+        {"Red Power LED", "PowerLed.BMP", "l"}, {"CDRW Drive", "CDRWM.BMP", "r"},
+        {"DVDRW Drive", "DVD.BMP", "w"},        {"Combo Drive", "cdrom.BMP", "m"},
     };
     SuperLEDItems items;
     for (const auto& row : table) {

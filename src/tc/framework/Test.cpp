@@ -94,8 +94,8 @@ void Test::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
         bool wasCanceled = false;
         int32_t storedLoop = 0;
         int32_t storedRecord = 0;
-        in >> storedLoop >> storedRecord >> wasCanceled >> retries >> currentTry >> caption >> description >> currentState >>
-            percentComplete >> operationCaption >> cpu;
+        in >> storedLoop >> storedRecord >> wasCanceled >> retries >> currentTry >> caption >> description >>
+            currentState >> percentComplete >> operationCaption >> cpu;
         loop = storedLoop;
         recordNum = storedRecord;
         canceled = wasCanceled;
@@ -199,11 +199,11 @@ std::string Test::Run(XmlObject& command) {
     std::string result;
     try {
         const std::string retriesText = command.GetAttributeValue(xmldef::retries, "1");
-        retries = (!retriesText.empty() && std::isdigit(static_cast<unsigned char>(retriesText[0])))
-                      ? toInt(retriesText)
-                      : 1;
+        retries =
+            (!retriesText.empty() && std::isdigit(static_cast<unsigned char>(retriesText[0]))) ? toInt(retriesText) : 1;
         if (romTest) retries = 0;
-        if (static_cast<uint32_t>(retries) > 5) throw FrontendError(Translate("Parameter outside acceptable range"), "");
+        if (static_cast<uint32_t>(retries) > 5)
+            throw FrontendError(Translate("Parameter outside acceptable range"), "");
         startTicks = TickTimer::GetCurrentTimeInTicks();
         DoSetup(command);
         cpu = 0;
@@ -337,8 +337,8 @@ void Test::AddParameter(Parameter* parameter) { parameters.Insert(parameter); }
 
 // ---- prompts ----
 
-std::string Test::PromptUserText(const std::string& text, std::vector<std::string>& options,
-                                 const std::string& type, const std::string& width, const std::string& height) {
+std::string Test::PromptUserText(const std::string& text, std::vector<std::string>& options, const std::string& type,
+                                 const std::string& width, const std::string& height) {
     if (!interactive) throw TvkError("Invalid Prompt: test is not interactive", "", "");
     std::string shown = text;
     // The user sees which try is asking.

@@ -29,7 +29,7 @@ public:
     // Set by a cancel command, possibly from another thread; read between tries.
     std::atomic<bool> canceled{false};
     int32_t retries = 0;
-    int32_t currentTry = 0;  // counted from 1
+    int32_t currentTry = 0;   // counted from 1
     std::string caption;      // already translated
     std::string description;  // already translated
     std::string currentState;

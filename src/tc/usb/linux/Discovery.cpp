@@ -210,8 +210,7 @@ int ParseWithLsusbDevices(USBInfoReader& reader, DeviceSet& devices) {
     std::vector<std::string> blocks = CutBlocks(reader, true, sawDevice);
     if (!sawDevice) throw TvkError("Device Failed Enumeration", "", "");
     // The devices are made while mount runs; the road ends when it has.
-    RunningTool mount({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit,
-                      ToolOutput::discard);
+    RunningTool mount({"mount", "-t", "usbfs", "none", "/proc/bus/usb"}, -1, ToolOutput::inherit, ToolOutput::discard);
     // The device of each block: the one place where this road makes devices.
     // Each takes its block over, so the text is not held twice.
     for (std::string& block : blocks) Insert(&devices, std::unique_ptr<Device>(new newUSBDevice(std::move(block))));

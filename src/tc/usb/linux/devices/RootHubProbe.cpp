@@ -38,7 +38,7 @@ int OpenHandle() {
     request.bRequest = 6;         // GET_DESCRIPTOR
     request.wValue = 0x0200;      // configuration descriptor, index 0
     request.wIndex = 0;
-    request.wLength = 9;          // the head of a configuration descriptor
+    request.wLength = 9;  // the head of a configuration descriptor
     request.timeout = requestTimeoutMs;
     request.data = buffer;
 

@@ -229,8 +229,8 @@ void USBDevice::id_factory(XmlObject& xml) {
             break;
         case usbKindInterfaceDevice:
             ++factoryPortCounter;
-            caption = Translate("USB Controller") + " " + Number(factoryHubCounter) + " Port " +
-                      Number(factoryPortCounter);
+            caption =
+                Translate("USB Controller") + " " + Number(factoryHubCounter) + " Port " + Number(factoryPortCounter);
             description = Translate("USB Port");
             xml.AddProperty(usbxml::DeviceConnected, usbxml::DeviceConnected, Translate("Yes"), 0);
             xml.AddProperty(usbxml::DeviceType, usbxml::DeviceType, node->name, 0);

@@ -111,7 +111,8 @@ void newUSBDevice::id(XmlObject& xml) {
     const std::string product = NameOf(node.iProduct, node.idProduct, "Unknown product name");
     const std::string manufacturer = NameOf(node.iManufacturer, node.idVendor, "Unknown Manufacture name");
     std::string description = product;
-    if (StringParseUtility::Trim(node.idVendor, 0) != "0x0000" && StringParseUtility::Trim(node.idProduct, 0) != "0x0000")
+    if (StringParseUtility::Trim(node.idVendor, 0) != "0x0000" &&
+        StringParseUtility::Trim(node.idProduct, 0) != "0x0000")
         description += " - " + manufacturer;
     xml.SetAttribute(xmldef::caption, caption);
     xml.SetAttribute(xmldef::description, description);
@@ -131,10 +132,9 @@ void newUSBDevice::id(XmlObject& xml) {
             vecHubs = interface->getVecUSBHubPtr();
             for (USBHub* hub : vecHubs) {
                 xml.AddProperty(usbxml::HubTypeInfo, Translate("USB Hub"), hub->bDescriptorType, 0);
-                xml.AddProperty(usbxml::HubCharacteristic, Translate("USB Hub Characteristic"),
-                                hub->wHubCharacteristic, 0);
-                xml.AddProperty(usbxml::HubDeviceRemovable, Translate("USB Device Removable"), hub->DeviceRemovable,
+                xml.AddProperty(usbxml::HubCharacteristic, Translate("USB Hub Characteristic"), hub->wHubCharacteristic,
                                 0);
+                xml.AddProperty(usbxml::HubDeviceRemovable, Translate("USB Device Removable"), hub->DeviceRemovable, 0);
                 xml.AddProperty(usbxml::HubNumPort, Translate("Number of hub ports"), hub->nNbrPorts, 0);
                 vecPortBlocks = hub->getVecPortStatusBlocks();
                 for (const std::string& block : vecPortBlocks)

@@ -256,8 +256,7 @@ std::string Join(const newUSBDevice::Lines& block) {
 // keyword closes this level's gate, opens the next one and ends the
 // collection.
 template <size_t N>
-void Collect(const newUSBDevice::Lines& lines, bool& gate, const Field (&fields)[N], LsusbKeyword stop,
-             bool& next) {
+void Collect(const newUSBDevice::Lines& lines, bool& gate, const Field (&fields)[N], LsusbKeyword stop, bool& next) {
     const FieldSet<N> set(fields);
     const uint64_t* keywords = lines.keywords;
     for (const std::string_view* line = lines.begin; line != lines.end; ++line, ++keywords) {
@@ -320,8 +319,7 @@ void CollectInterface(const newUSBDevice::Lines& lines, USBInterfaces* interface
                             {kwbInterfaceSubClass, &interface->bInterfaceSubClass},
                             {kwbInterfaceProtocol, &interface->bInterfaceProtocol},
                             {kwiInterface, &interface->iInterface}};
-    Collect(lines, newUSBDevice::bInterfaceDescriptor, fields, kwEndpointDescriptor,
-            newUSBDevice::bEndpointDescriptor);
+    Collect(lines, newUSBDevice::bInterfaceDescriptor, fields, kwEndpointDescriptor, newUSBDevice::bEndpointDescriptor);
 }
 
 void CollectEndpoint(const newUSBDevice::Lines& lines, USBEndpoints* endpoint) {
@@ -477,8 +475,7 @@ void newUSBDevice::addInformationToDeviceNode(std::string text, USBDevicesNode* 
     ParseDeviceNode(lines, node);
 }
 
-void newUSBDevice::addInformationToConfigNode(std::string block, USBConfiguration* configuration,
-                                              std::string text) {
+void newUSBDevice::addInformationToConfigNode(std::string block, USBConfiguration* configuration, std::string text) {
     Refuse(configuration);
     Text lines(text);
     ParseConfigNode(CutLines(block).All(), configuration, lines);

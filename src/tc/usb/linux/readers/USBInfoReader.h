@@ -119,5 +119,5 @@ private:
 };
 
 // Fixed names of the sources.
-extern const char* const kernelDevicesFile;    // "/proc/bus/usb/devices"
-extern const char* const lsusbDevicesFile;     // "devices"
+extern const char* const kernelDevicesFile;  // "/proc/bus/usb/devices"
+extern const char* const lsusbDevicesFile;   // "devices"

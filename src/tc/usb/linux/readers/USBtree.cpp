@@ -244,8 +244,7 @@ USBnode* USBtree::AddDevice(const char* line) {
 
     if (node->level == 0 && node->maxChildren != 0) {
         // A host controller's root hub: the next child of the root.
-        if (root->maxChildren >= usbMaxSlots)
-            FailDiscovery(strprintf("more than %d host controllers", usbMaxSlots));
+        if (root->maxChildren >= usbMaxSlots) FailDiscovery(strprintf("more than %d host controllers", usbMaxSlots));
         node->parent = root;
         root->children.Set(root->maxChildren, node.get());
         ++root->maxChildren;

@@ -24,25 +24,24 @@ void UsbFileParser::usb_parse_line(char* line) {
     if (!devicesfile::CutNewline(line)) return;
     // Unlike the tree parser: one bus, by its T, S and I lines, no topology.
     switch (line[0]) {
-    case 'T':
-        if (rootHubFound)
-            getUSBDeviceInfo(line);
-        else
-            getRootDeviceInfo(line);
-        break;
-    case 'S':
-        if (rootHubFound) {
-            getUsbDeviceSerial(line);
-        } else if (matchRootHUBSerial(line)) {
-            dbgprintf(" Root Hub Found\n");
-            rootHubFound = true;
-        }
-        break;
-    case 'I':
-        if (rootHubFound && checkUSBFlashDeviceClass(line)) AddUSBNode();
-        break;
-    default:
-        break;
+        case 'T':
+            if (rootHubFound)
+                getUSBDeviceInfo(line);
+            else
+                getRootDeviceInfo(line);
+            break;
+        case 'S':
+            if (rootHubFound) {
+                getUsbDeviceSerial(line);
+            } else if (matchRootHUBSerial(line)) {
+                dbgprintf(" Root Hub Found\n");
+                rootHubFound = true;
+            }
+            break;
+        case 'I':
+            if (rootHubFound && checkUSBFlashDeviceClass(line)) AddUSBNode();
+            break;
+        default: break;
     }
 }
 

@@ -11,8 +11,8 @@
 // A mass storage interface found below the root hub.
 struct USBDriveNode {
     std::string serial;
-    int port = 0;   // "Port=" of the device's line
-    int speed = 0;  // "Spd=" of the device's line, in Mbps
+    int port = 0;            // "Port=" of the device's line
+    int speed = 0;           // "Spd=" of the device's line, in Mbps
     std::string mountPoint;  // the port test's: the partition to mount
 };
 

@@ -214,17 +214,15 @@ USBDevicesNode& USBDevicesNode::operator=(const USBDevicesNode& other) {
 USBDevicesNode::~USBDevicesNode() { FreeChildren(configurations, currentConfiguration); }
 
 void USBDevicesNode::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
-    Strings(stream, dir,
-            {&bLength, &bDescriptorType, &bcdUSB, &bDeviceClass, &bDeviceSubClass, &bDeviceProtocol,
-             &bMaxPacketSize0, &idVendor, &idProduct, &bcdDevice, &iManufacturer, &iProduct, &iSerial,
-             &bNumConfigurations, &deviceStatus});
+    Strings(
+        stream, dir,
+        {&bLength, &bDescriptorType, &bcdUSB, &bDeviceClass, &bDeviceSubClass, &bDeviceProtocol, &bMaxPacketSize0,
+         &idVendor, &idProduct, &bcdDevice, &iManufacturer, &iProduct, &iSerial, &bNumConfigurations, &deviceStatus});
 }
 
 void USBDevicesNode::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
-USBConfiguration* USBDevicesNode::createUSBConfiguration() {
-    return MakeCurrent(configurations, currentConfiguration);
-}
+USBConfiguration* USBDevicesNode::createUSBConfiguration() { return MakeCurrent(configurations, currentConfiguration); }
 void USBDevicesNode::addObjectToVector(USBConfiguration* configuration) { Append(configurations, configuration); }
 int USBDevicesNode::getNumObjects() const { return static_cast<int>(configurations.size()); }
 

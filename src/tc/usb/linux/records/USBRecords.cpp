@@ -71,8 +71,8 @@ void USBendpoint::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
 void USBendpoint::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(this, other); }
 
 void USBendpoint::Display() const {
-    dbgprintf("      Endpoint: in=%d address=0x%02x attribute=0x%02x maxPacketSize=%d type=%s interval=%s\n", in ? 1 : 0,
-              address, attribute, maxPacketSize, type.c_str(), interval.c_str());
+    dbgprintf("      Endpoint: in=%d address=0x%02x attribute=0x%02x maxPacketSize=%d type=%s interval=%s\n",
+              in ? 1 : 0, address, attribute, maxPacketSize, type.c_str(), interval.c_str());
 }
 
 // ---- USBinterface ----
@@ -262,8 +262,8 @@ void USBnode::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
     if (dir == ptRead) {
         iptstream& in = static_cast<iptstream&>(stream);
         DeleteRecords();
-        in >> name >> speed >> version >> class_x >> subClass >> protocol >> vendorId >> productId >>
-            revisionNumber >> manufacturer >> product >> serialNumber;
+        in >> name >> speed >> version >> class_x >> subClass >> protocol >> vendorId >> productId >> revisionNumber >>
+            manufacturer >> product >> serialNumber;
         in >> busNumber >> level >> parentNumber >> portNumber >> connectorNumber >> count >> deviceNumber >>
             maxChildren >> maxPacketSize >> numConfigs;
         ReadSlots(in, configurations);
@@ -285,8 +285,8 @@ void USBnode::ReadAndWrite(ptstream& stream, direction dir, unsigned int) {
         in.ReadOwned(bandwidth);
     } else {
         optstream& out = static_cast<optstream&>(stream);
-        out << name << speed << version << class_x << subClass << protocol << vendorId << productId
-            << revisionNumber << manufacturer << product << serialNumber;
+        out << name << speed << version << class_x << subClass << protocol << vendorId << productId << revisionNumber
+            << manufacturer << product << serialNumber;
         out << busNumber << level << parentNumber << portNumber << connectorNumber << count << deviceNumber
             << maxChildren << maxPacketSize << numConfigs;
         WriteSlots(out, configurations);
@@ -300,8 +300,7 @@ void USBnode::Display() const {
     dbgprintf("Node: name=%s speed=%s version=%s class=%s subClass=%s protocol=%s\n", name.c_str(), speed.c_str(),
               version.c_str(), class_x.c_str(), subClass.c_str(), protocol.c_str());
     dbgprintf("  vendor=%s product=%s revision=%s manufacturer=%s productName=%s serial=%s\n", vendorId.c_str(),
-              productId.c_str(), revisionNumber.c_str(), manufacturer.c_str(), product.c_str(),
-              serialNumber.c_str());
+              productId.c_str(), revisionNumber.c_str(), manufacturer.c_str(), product.c_str(), serialNumber.c_str());
     dbgprintf("  bus=%d level=%d parent=%d port=%d connector=%d count=%d device=%d maxChildren=%d maxPacketSize=%d "
               "configs=%d\n",
               busNumber, level, parentNumber, portNumber, connectorNumber, count, deviceNumber, maxChildren,

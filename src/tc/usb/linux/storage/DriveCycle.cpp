@@ -270,8 +270,7 @@ RecoveryEvent RecoverOne(const std::string& directory, const std::string& name, 
     std::string problem = "not a saved drive file";
     if (saved.get() >= 0 && fstat(saved.get(), &info) == 0 && S_ISREG(info.st_mode))
         problem = CheckSavedFile(saved.get(), file);
-    if (!problem.empty())
-        return NotRestored(Format("%s is damaged (%s); it is left alone", path, Translate(problem)));
+    if (!problem.empty()) return NotRestored(Format("%s is damaged (%s); it is left alone", path, Translate(problem)));
 
     const std::string disk = drives.DiskOf(file.serial);
     if (disk.empty())
@@ -368,14 +367,14 @@ void DriveCycle::Save() {
     // Read back later through this descriptor, whatever is put at the
     // file's name meanwhile.
     Fd in(open(partial.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat made {}, reading {};
+    struct stat made {
+    }, reading{};
     if (in.get() < 0 || fstat(out.get(), &made) != 0 || fstat(in.get(), &reading) != 0 ||
         made.st_dev != reading.st_dev || made.st_ino != reading.st_ino)
         throw fail("cannot create " + partial);
     // The whole file at once: a full write directory refuses the drive here,
     // and its space is taken in one step rather than page by page.
-    if (fallocate(out.get(), 0, 0, static_cast<off_t>(saved.FileSize())) != 0 && errno != EOPNOTSUPP &&
-        errno != ENOSYS)
+    if (fallocate(out.get(), 0, 0, static_cast<off_t>(saved.FileSize())) != 0 && errno != EOPNOTSUPP && errno != ENOSYS)
         throw fail("no room for " + partial);
 
     std::unique_ptr<char[]> kept(new char[chunkSize]), written(new char[chunkSize]);
@@ -457,7 +456,8 @@ void DriveCycle::Restore() {
     if (!problem.empty())
         throw TvkError(Translate(driveNotRestoredText), detail + ": " + problem + "; saved bytes in " + savedPath, "");
     // Only the cycle's own file goes; whatever else stands at its name stays.
-    struct stat own {}, named {};
+    struct stat own {
+    }, named{};
     if (fstat(savedIn, &own) == 0 && lstat(savedPath.c_str(), &named) == 0 && own.st_dev == named.st_dev &&
         own.st_ino == named.st_ino)
         unlink(savedPath.c_str());

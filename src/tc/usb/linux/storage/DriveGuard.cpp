@@ -56,8 +56,8 @@ std::string BlockDeviceName(const std::string& disk) {
     struct stat info {};
     if (stat(disk.c_str(), &info) == 0 && S_ISBLK(info.st_mode)) {
         char target[PATH_MAX];
-        const std::string link = "/sys/dev/block/" + std::to_string(major(info.st_rdev)) + ":" +
-                                 std::to_string(minor(info.st_rdev));
+        const std::string link =
+            "/sys/dev/block/" + std::to_string(major(info.st_rdev)) + ":" + std::to_string(minor(info.st_rdev));
         const ssize_t length = readlink(link.c_str(), target, sizeof target - 1);
         if (length > 0) return LastElement(std::string(target, static_cast<size_t>(length)));
     }

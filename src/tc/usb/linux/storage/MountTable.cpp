@@ -127,8 +127,8 @@ bool HasMountAtOrBelow(const std::vector<MountEntry>& table, const std::string& 
         const std::string target = WithoutTrailingSlashes(entry.target);
         for (const std::string& dir : {base, canonicalBase}) {
             if (target == dir) return true;
-            if (dir == "/" || (target.size() > dir.size() && target.compare(0, dir.size(), dir) == 0 &&
-                               target[dir.size()] == '/'))
+            if (dir == "/" ||
+                (target.size() > dir.size() && target.compare(0, dir.size(), dir) == 0 && target[dir.size()] == '/'))
                 return true;
         }
     }

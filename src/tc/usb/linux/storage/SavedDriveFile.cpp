@@ -109,8 +109,8 @@ std::string SavedDriveFileName(const std::string& serial) {
     std::string plain;
     for (char c : serial) {
         if (plain.size() == serialInName) break;
-        const bool safe = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
-                          c == '_';
+        const bool safe =
+            (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
         plain += safe ? c : '_';
     }
     return namePrefix + plain + "-" + Hex(Hash64::Of(serial.data(), serial.size())) + nameSuffix;

@@ -150,7 +150,6 @@ std::string GetUSB_DriveDiskPath(USBnode* node) {
     const std::string host = find(serialToHost, serial);
     const std::string generic = find(hostToGeneric, host);
     const std::string disk = find(genericToDisk, generic);
-    dbgprintf("serial %s, host %s, generic %s, disk %s\n", serial.c_str(), host.c_str(), generic.c_str(),
-              disk.c_str());
+    dbgprintf("serial %s, host %s, generic %s, disk %s\n", serial.c_str(), host.c_str(), generic.c_str(), disk.c_str());
     return disk;
 }

@@ -40,8 +40,8 @@ void DescTest::CopyFromPointer(const Persistent* other) { PersistentCopyFrom(thi
 bool DescTest::LocksDevice() { return false; }
 
 void DescTest::SetParameters() {
-    loopbackNumber.Set(usbxml::usbLoopback, Translate("Number of Loopback"), Translate("Input the number of USB loopback"),
-                       0, 0, 4);
+    loopbackNumber.Set(usbxml::usbLoopback, Translate("Number of Loopback"),
+                       Translate("Input the number of USB loopback"), 0, 0, 4);
     AddParameter(&loopbackNumber);
     vendorId.Set(usbxml::usbVendorID, Translate("Vendor ID"), Translate("Vendor ID"), "0");
     AddParameter(&vendorId);

@@ -83,8 +83,9 @@ bool usbLoopbackTest::DoRun(const XmlObject&) {
     try {
         CompareResultsAndThrowError(expected, found);
     } catch (const TvkError&) {
-        const std::string text = strprintf("%s... %s=%d  %s=%d", Translate("Verify all USB loopbacks are installed").c_str(),
-                                           Translate("Found").c_str(), found, Translate("Expected").c_str(), expected);
+        const std::string text =
+            strprintf("%s... %s=%d  %s=%d", Translate("Verify all USB loopbacks are installed").c_str(),
+                      Translate("Found").c_str(), found, Translate("Expected").c_str(), expected);
         // Time for the operator to look before and after the answer.
         pauseSeconds(5);
         PromptUser(text, Translate("OK"), "", "", "");

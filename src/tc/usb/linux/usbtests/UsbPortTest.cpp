@@ -117,8 +117,7 @@ bool UsbPortTest::DoRun(const XmlObject&) {
         try {
             if (node.speed != fileParser->rootSpeed)
                 throw TvkError("High Speed USB Flash Drive NOT connected. Expected Speed: 480 Mbps",
-                               strprintf("Actual USB Device Speed: %d Mbps, Failed at  port-%d", node.speed,
-                                         node.port),
+                               strprintf("Actual USB Device Speed: %d Mbps, Failed at  port-%d", node.speed, node.port),
                                "");
             const std::string failure = strprintf("Failed for port-%d", node.port);
             const int status = usbMount->MountUSB(node.mountPoint, mountDirectory);

@@ -34,8 +34,7 @@ FileWriteCompareTest::FileWriteCompareTest(USBDevice* usbDevice) : Test(usbxml::
     Setup(usbDevice);
 }
 
-FileWriteCompareTest::FileWriteCompareTest(newUSBDevice* usbDevice)
-    : Test(usbxml::filewritecomparetest, usbDevice) {
+FileWriteCompareTest::FileWriteCompareTest(newUSBDevice* usbDevice) : Test(usbxml::filewritecomparetest, usbDevice) {
     Setup(usbDevice);
     useMountedDevicesFile = true;
 }
@@ -72,10 +71,10 @@ void FileWriteCompareTest::SetParameters() {
 
 void FileWriteCompareTest::PromptMsgToUser(int connected, int expected) {
     if (connected == expected) return;
-    PromptUser(userPrompt.GetValue() +
-                   strprintf(" Number of USB Devices Connected:%d, Number of USB Devices Expected:%d", connected,
-                             expected),
-               "OK");
+    PromptUser(
+        userPrompt.GetValue() +
+            strprintf(" Number of USB Devices Connected:%d, Number of USB Devices Expected:%d", connected, expected),
+        "OK");
 }
 
 void FileWriteCompareTest::CompareFiles(std::string file1, std::string file2, std::string message) {
@@ -113,8 +112,8 @@ bool FileWriteCompareTest::DoRun(const XmlObject&) {
         // The reference overwrites the disk from its first byte: what it
         // covers is saved first and written back after the compare, and a
         // drive the system uses is never written.
-        DriveCycle cycle(referenceFile, path, drive->serialNumber.empty() ? "None" : drive->serialNumber,
-                         saveDirectory, message);
+        DriveCycle cycle(referenceFile, path, drive->serialNumber.empty() ? "None" : drive->serialNumber, saveDirectory,
+                         message);
         cycle.Claim();
         cycle.Save();
         std::exception_ptr failure;

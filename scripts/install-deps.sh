@@ -7,7 +7,7 @@ need_i386=1
 [ "${ZORBUS_NO_M32:-0}" = 1 ] && need_i386=0
 
 pkgs=(cmake ninja-build g++ make pkg-config gettext libpugixml-dev libgtest-dev libgmock-dev
-      libbenchmark-dev umockdev libumockdev-dev usbutils sg3-utils clang
+      libbenchmark-dev umockdev libumockdev-dev usbutils sg3-utils clang clang-format
       libclang-rt-14-dev tmux python3 python3-junitparser help2man dpkg-dev abigail-tools valgrind devscripts lintian)
 i386_pkgs=(g++-multilib qemu-user libgtest-dev:i386 libgmock-dev:i386 libpugixml-dev:i386)
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs every test, four ways (normal, AddressSanitizer +
-# UndefinedBehaviorSanitizer, the real 32-bit target under qemu-i386, and
-# ThreadSanitizer), plus the bounded fuzz runs and the check that state
-# files cross between the 32- and the 64-bit build.
+# Checks the sources' format, then builds and runs every test, four ways
+# (normal, AddressSanitizer + UndefinedBehaviorSanitizer, the real 32-bit
+# target under qemu-i386, and ThreadSanitizer), plus the bounded fuzz runs
+# and the check that state files cross between the 32- and the 64-bit build.
 # Installs what is missing first. Build folders go to build/<kind>. Ends with
 # one table: each build and suite, passed / failed / skipped, and each skip's
 # reason.
@@ -46,6 +46,10 @@ run_ctest() {
 
 mkdir -p build
 
+echo "=== format: every source against .clang-format"
+format_ok=1
+bash "$root/scripts/format-check.sh" || { format_ok=0; failed+=(format); }
+
 echo "=== build: normal"
 configure_and_build normal -DCMAKE_BUILD_TYPE=RelWithDebInfo
 run_ctest normal
@@ -85,6 +89,11 @@ echo "=== state files between the 32- and the 64-bit build"
 other="$root/build/other-runs.tsv"
 : >"$other"
 results+=("cross-state=$other")
+if [ "$format_ok" = 1 ]; then
+    printf 'format\tpassed\n' >>"$other"
+else
+    printf 'format\tfailed\n' >>"$other"
+fi
 if bash "$root/scripts/cross-state.sh" "$root/build/normal" "$root/build/m32"; then
     echo "1 passed, 0 failed"
     printf 'state files 32/64\tpassed\n' >>"$other"

@@ -88,7 +88,7 @@ TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 run_ctest tsan -E '^Termina
 echo "=== state files between the 32- and the 64-bit build"
 other="$root/build/other-runs.tsv"
 : >"$other"
-results+=("cross-state=$other")
+results+=("checks=$other")
 if [ "$format_ok" = 1 ]; then
     printf 'format\tpassed\n' >>"$other"
 else

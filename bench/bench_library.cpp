@@ -51,10 +51,10 @@ struct Library {
 };
 
 // Loads "LABEL:PATH" (or PATH); false with a message when it cannot.
-bool Load(const std::string& spec, Library& library) {
-    const size_t colon = spec.find(':');
-    const std::string path = colon == std::string::npos ? spec : spec.substr(colon + 1);
-    library.label = colon == std::string::npos ? "built" : spec.substr(0, colon);
+bool Load(const std::string& given, Library& library) {
+    const size_t colon = given.find(':');
+    const std::string path = colon == std::string::npos ? given : given.substr(colon + 1);
+    library.label = colon == std::string::npos ? "built" : given.substr(0, colon);
     void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (!handle) {
         std::fprintf(stderr, "cannot load %s: %s\n", path.c_str(), dlerror());

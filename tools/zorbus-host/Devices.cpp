@@ -10,12 +10,6 @@
 
 namespace host {
 
-namespace {
-
-const char* const flagNames[] = {"interactive", "requiresMedia",  "requiresEquipment", "quick",
-                                 "complete",    "requiresWindow", "localOnly",         "singleThread",
-                                 "destructive", "romTest",        "fieldtest",         "runMeNow"};
-
 std::string Attr(const pugi::xml_node& node, const char* name) { return node.attribute(name).value(); }
 
 std::string Trim(const std::string& text) {
@@ -28,6 +22,12 @@ std::string ErrorText(const pugi::xml_node& error) {
     const std::string text = Trim(error.text().get());
     return text.empty() ? Attr(error, "key") : text;
 }
+
+namespace {
+
+const char* const flagNames[] = {"interactive", "requiresMedia",  "requiresEquipment", "quick",
+                                 "complete",    "requiresWindow", "localOnly",         "singleThread",
+                                 "destructive", "romTest",        "fieldtest",         "runMeNow"};
 
 std::string Listed(const std::vector<std::string>& names) {
     std::string list;

@@ -9,7 +9,17 @@
 
 #include "Options.h"
 
+namespace pugi {
+class xml_node;
+}
+
 namespace host {
+
+// An attribute's text, "" when it is missing.
+std::string Attr(const pugi::xml_node& node, const char* name);
+std::string Trim(const std::string& text);
+// An error element's text, else its key.
+std::string ErrorText(const pugi::xml_node& error);
 
 struct ParameterInfo {
     std::string name, caption, description, type, min, max, defaultValue;

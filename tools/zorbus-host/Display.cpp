@@ -17,20 +17,6 @@ namespace host {
 
 namespace {
 
-std::string Attr(const pugi::xml_node& node, const char* name) { return node.attribute(name).value(); }
-
-std::string Trim(const std::string& text) {
-    const size_t begin = text.find_first_not_of(" \t\r\n");
-    if (begin == std::string::npos) return "";
-    return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
-}
-
-std::string ErrorText(const pugi::xml_node& error) {
-    std::string text = Trim(error.text().get());
-    if (text.empty()) text = Attr(error, "key");
-    return text;
-}
-
 bool EndState(const std::string& state) {
     return state == "passed" || state == "failed" || state == "canceled" || state == "blocked";
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <pugixml.hpp>
 
+#include "Devices.h"
 #include "Language.h"
 
 namespace host {
@@ -82,17 +83,6 @@ std::string Attribute(const char* name, const std::string& value) {
 }
 
 std::string JsonOrNull(const std::string& text, bool present) { return present ? JsonString(text) : "null"; }
-
-std::string Trim(const std::string& text) {
-    const size_t begin = text.find_first_not_of(" \t\r\n");
-    if (begin == std::string::npos) return "";
-    return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
-}
-
-std::string ErrorText(const pugi::xml_node& error) {
-    const std::string text = Trim(error.text().get());
-    return text.empty() ? error.attribute("key").value() : text;
-}
 
 // How a record ended, read from its answer; the same words in both reports.
 struct Verdict {

@@ -90,7 +90,7 @@ struct Drives : FakeMachine {
 
 // A fault of drive_faults.cpp for the sessions started while it lives.
 struct Fault {
-    explicit Fault(const std::string& spec) { setenv("ZORBUS_DRIVE_FAULT", spec.c_str(), 1); }
+    explicit Fault(const std::string& fault) { setenv("ZORBUS_DRIVE_FAULT", fault.c_str(), 1); }
     ~Fault() { unsetenv("ZORBUS_DRIVE_FAULT"); }
 };
 

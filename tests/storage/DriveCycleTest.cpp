@@ -25,17 +25,6 @@ std::string RandomBytes(size_t size, unsigned seed) {
     return bytes;
 }
 
-// "message|detail" of the TvkError `step` throws, or "passed".
-template <class Step>
-std::string ErrorOf(Step step) {
-    try {
-        step();
-    } catch (const TvkError& e) {
-        return e.GetMessage() + "|" + e.GetDetail();
-    }
-    return "passed";
-}
-
 SavedDriveFile Sample() {
     SavedDriveFile file;
     file.disk = "/dev/sdb";

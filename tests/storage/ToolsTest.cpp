@@ -15,18 +15,7 @@
 #include "tc/usb/linux/usbtests/filewtcmptest.h"
 #include "usb/UsbTestSupport.h"
 
-namespace {
-// "message|detail" of the TvkError `step` throws, or "passed".
-template <class Step>
-std::string ErrorOf(Step step) {
-    try {
-        step();
-    } catch (const TvkError& e) {
-        return e.GetMessage() + "|" + e.GetDetail();
-    }
-    return "passed";
-}
-}  // namespace
+namespace {}  // namespace
 
 TEST(ExternalTool, HostileTextStaysOneArgumentAndTheScratchFileIsNoLink) {
     TempDir dir(true);

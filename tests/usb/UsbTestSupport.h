@@ -12,6 +12,7 @@
 #include <sstream>
 
 #include "common/TestHooks.h"
+#include "common/TvkError.h"
 #include "common/XmlObject.h"
 #include "common/xmldef.h"
 #include "tc/frame/USBTestComponent.h"
@@ -155,3 +156,14 @@ inline std::string Summary(const XmlObject& xml) {
     return text + "]";
 }
 inline std::string Caption(const XmlObject& xml) { return xml.GetAttributeValue(xmldef::caption); }
+
+// "message|detail" of the TvkError `step` throws, or "passed".
+template <class Step>
+std::string ErrorOf(Step step) {
+    try {
+        step();
+    } catch (const TvkError& e) {
+        return e.GetMessage() + "|" + e.GetDetail();
+    }
+    return "passed";
+}
